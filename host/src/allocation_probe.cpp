@@ -1,0 +1,28 @@
+#include "kvi/host/allocation_probe.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+thread_local int fillByte = -1;  // -1: allocations are not filled
+thread_local uint64_t allocationCount = 0;
+}  // namespace
+
+namespace kvi::host {
+
+AllocationFill::AllocationFill(uint8_t byte) : previous_(fillByte) { fillByte = byte; }
+AllocationFill::~AllocationFill() { fillByte = previous_; }
+uint64_t probedAllocationCount() { return allocationCount; }
+
+}  // namespace kvi::host
+
+// The allocation behind every <Name>_create. Behaves as the standard one
+// (memory from malloc, released by the standard operator delete's free), and
+// fills the memory while an AllocationFill is alive on this thread.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  void* p = std::malloc(size ? size : 1);
+  ++allocationCount;
+  if (p && fillByte >= 0) std::memset(p, fillByte, size);
+  return p;
+}

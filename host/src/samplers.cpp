@@ -1,0 +1,73 @@
+#include "kvi/host/samplers.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "kvi/host/error.h"
+
+namespace kvi::host {
+
+void ConstantSampler::sample(float out[4], const float*) { std::copy(rgba_.begin(), rgba_.end(), out); }
+
+ImageSampler::ImageSampler(int width, int height, std::vector<float> rgba)
+    : width_(width), height_(height), rgba_(std::move(rgba)) {
+  if (width <= 0 || height <= 0 || rgba_.size() != size_t(width) * size_t(height) * 4)
+    throw Error("image sampler: " + std::to_string(width) + " x " + std::to_string(height) + " image needs " +
+                std::to_string(size_t(std::max(width, 0)) * size_t(std::max(height, 0)) * 4) + " floats, given " +
+                std::to_string(rgba_.size()));
+}
+
+const float* ImageSampler::texel(int x, int y) const { return &rgba_[(size_t(y) * size_t(width_) + size_t(x)) * 4]; }
+
+namespace {
+// Wraps an integer texel index into [0, n).
+int wrap(long long i, int n) {
+  long long m = i % n;
+  return static_cast<int>(m < 0 ? m + n : m);
+}
+}  // namespace
+
+void ImageSampler::lookup(float out[4], float s, float t) const {
+  if (!std::isfinite(s) || !std::isfinite(t)) {
+    std::copy(texel(0, 0), texel(0, 0) + 4, out);
+    return;
+  }
+  // Keep the coordinates in one period so huge values cannot overflow the index.
+  s -= std::floor(s);
+  t -= std::floor(t);
+  const float x = s * float(width_) - 0.5f;
+  const float y = t * float(height_) - 0.5f;
+  const float fx = std::floor(x), fy = std::floor(y);
+  const float ax = x - fx, ay = y - fy;
+  const int x0 = wrap(static_cast<long long>(fx), width_), x1 = wrap(static_cast<long long>(fx) + 1, width_);
+  const int y0 = wrap(static_cast<long long>(fy), height_), y1 = wrap(static_cast<long long>(fy) + 1, height_);
+  const float *a = texel(x0, y0), *b = texel(x1, y0), *c = texel(x0, y1), *d = texel(x1, y1);
+  for (int k = 0; k < 4; ++k) {
+    const float top = a[k] + (b[k] - a[k]) * ax;
+    const float bottom = c[k] + (d[k] - c[k]) * ax;
+    out[k] = top + (bottom - top) * ay;
+  }
+}
+
+void ImageSampler::sample(float out[4], const float* coords) { lookup(out, coords[0], coords[1]); }
+
+ClippingPlaneTable::ClippingPlaneTable(std::vector<std::array<float, 4>> planes) : planes_(std::move(planes)) {}
+
+void ClippingPlaneTable::lookup(float out[4], float u) {
+  const size_t texels = planes_.size() + 1;
+  float position = u * float(texels);
+  size_t index = 0;
+  if (position >= float(texels))
+    index = texels - 1;
+  else if (position > 0.0f)
+    index = static_cast<size_t>(position);
+  if (index == 0) {
+    out[0] = float(planes_.size());
+    out[1] = out[2] = 0.0f;
+    out[3] = 1.0f;
+    return;
+  }
+  std::copy(planes_[index - 1].begin(), planes_[index - 1].end(), out);
+}
+
+}  // namespace kvi::host

@@ -1,0 +1,74 @@
+// The per-hit record every shading operation reads its inputs from and writes
+// its results into.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+namespace kvi {
+
+// Booleans are bytes: 0 is false, any other value is true.
+struct ShadingState {
+  float rayDirection[3];         // host: unit direction of the arriving ray, towards the surface
+  float position[3];             // host: hit position (space of lights and clipping planes)
+  float normal[3];               // host: unit shading normal
+  float geometricNormal[3];      // host: geometric normal
+  float rasterPosition[2];       // host: pixel position of the primary ray
+  int32_t frameResolution[2];    // host: image width and height in pixels
+  float tangentFrame[9];         // host: tangent, bitangent, normal
+  float glossinessBias;          // host: subtracted from every glossiness (floor 0)
+  uint8_t frontFacing;           // host: non-zero on the front side
+  uint8_t cutAway;               // testCutout: 1 removes the hit
+  float radiance[3];             // evaluateRadiance: emitted and gathered radiance
+  uint8_t radianceDone;          // evaluateRadiance: set to 1 at entry
+  float surfaceResult[4];        // shadeSurface, environment shade: r, g, b, a
+  float shadowTransmission[3];   // shadowTransmission: fraction passing, per channel
+  float sampledDirection[3];     // sampleBsdf output; host input of evaluateBsdf (towards the light)
+  float bsdfWeight[3];           // evaluateBsdf, sampleBsdf: BSDF x cosine / pdf
+  float pdf;                     // evaluateBsdf, sampleBsdf
+  float pdfSecondary;            // sampleBsdf: density under the diffuse lobe alone
+  int32_t lobeFlags;             // sampleBsdf: 0 end, 1 diffuse, 4 mirror, 64 pass-through
+  uint8_t reflectionAllowed;     // host: 0 forbids starting a reflection here
+  float lightSamplePosition[3];  // host: point on the light
+  float lightAxis[3];            // host: the light's axis
+  float lightDirection[3];       // host: unit direction from the light to the point
+  float lightDistance;           // host: distance from the point to the light sample
+  float lightColor[3];           // light shade: light arriving at the point
+  float lightShadow[3];          // light shade: shadow transmission of that light
+  uint8_t hitDiscarded;          // PhongReflective: 1 when clipping planes reject the hit
+  alignas(8) uint8_t varyings[64];  // host: requested varyings at their requested offsets
+};
+
+static_assert(std::is_standard_layout<ShadingState>::value, "ShadingState must be standard layout");
+static_assert(sizeof(ShadingState) == 328, "ShadingState size is part of the ABI");
+static_assert(offsetof(ShadingState, rayDirection) == 0, "ShadingState layout");
+static_assert(offsetof(ShadingState, position) == 12, "ShadingState layout");
+static_assert(offsetof(ShadingState, normal) == 24, "ShadingState layout");
+static_assert(offsetof(ShadingState, geometricNormal) == 36, "ShadingState layout");
+static_assert(offsetof(ShadingState, rasterPosition) == 48, "ShadingState layout");
+static_assert(offsetof(ShadingState, frameResolution) == 56, "ShadingState layout");
+static_assert(offsetof(ShadingState, tangentFrame) == 64, "ShadingState layout");
+static_assert(offsetof(ShadingState, glossinessBias) == 100, "ShadingState layout");
+static_assert(offsetof(ShadingState, frontFacing) == 104, "ShadingState layout");
+static_assert(offsetof(ShadingState, cutAway) == 105, "ShadingState layout");
+static_assert(offsetof(ShadingState, radiance) == 108, "ShadingState layout");
+static_assert(offsetof(ShadingState, radianceDone) == 120, "ShadingState layout");
+static_assert(offsetof(ShadingState, surfaceResult) == 124, "ShadingState layout");
+static_assert(offsetof(ShadingState, shadowTransmission) == 140, "ShadingState layout");
+static_assert(offsetof(ShadingState, sampledDirection) == 152, "ShadingState layout");
+static_assert(offsetof(ShadingState, bsdfWeight) == 164, "ShadingState layout");
+static_assert(offsetof(ShadingState, pdf) == 176, "ShadingState layout");
+static_assert(offsetof(ShadingState, pdfSecondary) == 180, "ShadingState layout");
+static_assert(offsetof(ShadingState, lobeFlags) == 184, "ShadingState layout");
+static_assert(offsetof(ShadingState, reflectionAllowed) == 188, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightSamplePosition) == 192, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightAxis) == 204, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightDirection) == 216, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightDistance) == 228, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightColor) == 232, "ShadingState layout");
+static_assert(offsetof(ShadingState, lightShadow) == 244, "ShadingState layout");
+static_assert(offsetof(ShadingState, hitDiscarded) == 256, "ShadingState layout");
+static_assert(offsetof(ShadingState, varyings) == 264, "ShadingState layout");
+
+}  // namespace kvi

@@ -1,0 +1,4 @@
+// The environment shaders of the library, one line each (see frame/registry.h).
+#pragma once
+
+#define KVI_ENVIRONMENT_SHADERS(X)

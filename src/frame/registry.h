@@ -1,0 +1,27 @@
+// The shaders this library implements. The exported entry points,
+// <Name>_create and <Name>_getAPIVersion, are generated from this list, which
+// joins the lists each family keeps beside its shaders (one line per shader).
+// Adding a shader is its own file (ending in KVI_SHADER_FACTORY(Name)) plus
+// one line in its family's list.
+#pragma once
+
+#include <new>
+
+#include "kvi/shader.h"
+#include "lights/shaders.h"
+#include "environments/shaders.h"
+#include "materials/basic/shaders.h"
+
+#define KVI_SHADERS(X) KVI_LIGHT_SHADERS(X) KVI_ENVIRONMENT_SHADERS(X) KVI_BASIC_MATERIAL_SHADERS(X)
+
+// Defines the factory behind Name_create, in namespace kvi, in the shader's
+// own file: a new object with its defaults, or null (and no constructor run)
+// when the allocation fails.
+#define KVI_SHADER_FACTORY(Name) \
+  IShaderBase* create_##Name() { return new (std::nothrow) Name; }
+
+namespace kvi {
+#define KVI_DECLARE_SHADER_FACTORY_(Name) IShaderBase* create_##Name();
+KVI_SHADERS(KVI_DECLARE_SHADER_FACTORY_)
+#undef KVI_DECLARE_SHADER_FACTORY_
+}  // namespace kvi

@@ -1,0 +1,34 @@
+// Small routines the light shaders share.
+#pragma once
+
+#include "kvi/context.h"
+#include "kvi/state.h"
+
+namespace kvi {
+
+inline void copy3(float out[3], const float in[3]) {
+  out[0] = in[0];
+  out[1] = in[1];
+  out[2] = in[2];
+}
+
+// Asks the host for the transmission between the shaded point and the light
+// sample and stores it in lightShadow.
+inline void queryShadow(IShadingContext* context, ShadingState* state) {
+  float buffer[3];
+  copy3(state->lightShadow, context->traceShadow(buffer, state->position, state->lightSamplePosition));
+}
+
+// The classic lights' switch: the host's shadow when casting shadows, full
+// transmission (and no call into the context) otherwise.
+inline void queryShadowOrUnshadowed(IShadingContext* context, ShadingState* state, uint8_t castShadows) {
+  if (castShadows) {
+    queryShadow(context, state);
+  } else {
+    state->lightShadow[0] = 1.0f;
+    state->lightShadow[1] = 1.0f;
+    state->lightShadow[2] = 1.0f;
+  }
+}
+
+}  // namespace kvi

@@ -1,0 +1,9 @@
+// The light shaders of the library, one line each (see frame/registry.h).
+#pragma once
+
+#define KVI_LIGHT_SHADERS(X)  \
+  X(AmbientLight)             \
+  X(SimplePointLight)         \
+  X(DirectionalLight)         \
+  X(velk_qora_Lgt_Direction)  \
+  X(velk_qora_Lgt_Sky)

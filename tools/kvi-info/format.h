@@ -1,0 +1,20 @@
+// Formatting parameter tables for kvi-info.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "kvi/host/shader_info.h"
+
+namespace kvi::info {
+
+// A parameter's default as text: "true", "0.5 0.5 0.5", "none", "unset".
+std::string defaultText(const host::ParameterInfo& p);
+// The same as JSON: a bool, number, array, {"slot": n} for a bound texture,
+// null for an unbound one. Not called for unset fields.
+nlohmann::json defaultJson(const host::ParameterInfo& p);
+
+std::string formatTable(const host::ShaderInfo& info);
+nlohmann::json toJson(const host::ShaderInfo& info);
+
+}  // namespace kvi::info
