@@ -6,6 +6,7 @@
 
 namespace {
 thread_local int fillByte = -1;  // -1: allocations are not filled
+thread_local bool failing = false;
 thread_local uint64_t allocationCount = 0;
 }  // namespace
 
@@ -13,6 +14,8 @@ namespace kvi::host {
 
 AllocationFill::AllocationFill(uint8_t byte) : previous_(fillByte) { fillByte = byte; }
 AllocationFill::~AllocationFill() { fillByte = previous_; }
+AllocationFailure::AllocationFailure() : previous_(failing) { failing = true; }
+AllocationFailure::~AllocationFailure() { failing = previous_; }
 uint64_t probedAllocationCount() { return allocationCount; }
 
 }  // namespace kvi::host
@@ -21,8 +24,9 @@ uint64_t probedAllocationCount() { return allocationCount; }
 // (memory from malloc, released by the standard operator delete's free), and
 // fills the memory while an AllocationFill is alive on this thread.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  void* p = std::malloc(size ? size : 1);
   ++allocationCount;
+  if (failing) return nullptr;
+  void* p = std::malloc(size ? size : 1);
   if (p && fillByte >= 0) std::memset(p, fillByte, size);
   return p;
 }

@@ -199,7 +199,11 @@ ShaderInfo describeShader(const Module& module, const std::string& name) {
   if (probed) {
     const auto* ones = reinterpret_cast<const uint8_t*>(overOnes.get());
     for (auto& p : info.parameters) {
-      p.hasDefault = std::memcmp(p.defaultValue.data(), ones + p.offset, p.size) == 0;
+      // A reference's last four bytes are padding no constructor writes.
+      const bool reference = p.kind == ParamKind::Texture || p.kind == ParamKind::EnvironmentMap ||
+                             p.kind == ParamKind::ClippingMap;
+      const uint32_t significant = reference ? 12 : p.size;
+      p.hasDefault = std::memcmp(p.defaultValue.data(), ones + p.offset, significant) == 0;
       if (!p.hasDefault) std::fill(p.defaultValue.begin(), p.defaultValue.end(), 0);
     }
   }

@@ -24,6 +24,19 @@ class AllocationFill {
   int previous_;
 };
 
+// While alive, nothrow allocations on this thread fail (return null), to see
+// what a module and a host do when memory runs out.
+class AllocationFailure {
+ public:
+  AllocationFailure();
+  ~AllocationFailure();
+  AllocationFailure(const AllocationFailure&) = delete;
+  AllocationFailure& operator=(const AllocationFailure&) = delete;
+
+ private:
+  bool previous_;
+};
+
 // The number of nothrow allocations this thread made through the probe: a
 // count that does not move over a _create call means the module's allocations
 // do not reach the probe, and nothing can be told.

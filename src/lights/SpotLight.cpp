@@ -1,0 +1,76 @@
+// SpotLight: the point light's distance attenuation times a cone falloff that
+// is full inside "cosUmbra" and fades out smoothly to "cosPenumbra". The
+// shadow is queried before the cone is known, so a point outside the cone
+// still gets a shadow query and a black colour.
+#include "frame/parameters.h"
+#include "frame/registry.h"
+#include "lights/attenuation.h"
+#include "lights/light_common.h"
+
+namespace kvi {
+
+// The greenish default colour is the shader's own choice and is kept.
+#define KVI_SPOT_LIGHT_PARAMETERS(PARAM, VARYING)         \
+  PARAM(Color3, color, {0.1f, 1.0f, 0.5f})                \
+  PARAM(Float, farAttenuationEnd, 10000.0f)               \
+  PARAM(Color3, attenuationFactors, {1.0f, 0.0f, 0.0f})   \
+  PARAM(Bool, castShadows, true)                          \
+  PARAM(Float, cosPenumbra, 0.9f)                         \
+  PARAM(Float, cosUmbra, 0.95f)                           \
+  PARAM(Float, decayStartDistance, 1.0f)                  \
+  PARAM(Bool, nearAttenuationOn, false)                   \
+  PARAM(Float, nearAttenuationStart, 1.0f)                \
+  PARAM(Float, nearAttenuationEnd, 1.0f)                  \
+  PARAM(Bool, farAttenuationOn, false)                    \
+  PARAM(Float, farAttenuationStart, 1.0f)                 \
+  PARAM(Float, unitMultiplier, 1.0f)
+
+class SpotLight final : public ShaderImpl<LightShader> {
+  KVI_SHADER_PARAMETERS(SpotLight, kOpLightShade, KVI_SPOT_LIGHT_PARAMETERS)
+
+  void shade(IShadingContext* context, ShadingState* state) override {
+    const float d = state->lightDistance * unitMultiplier;
+    const float faded = attenuation_.fade(*this, d);
+    if (faded == 0.0f) return;
+    queryShadowOrUnshadowed(context, state, castShadows);
+    const float k = coneFactor(state->lightAxis, state->lightDirection);
+    const float s = softIntensityCap(attenuation_.decay(faded, d, decayStartDistance));
+    state->lightColor[0] = s * (k * color[0]);
+    state->lightColor[1] = s * (k * color[1]);
+    state->lightColor[2] = s * (k * color[2]);
+  }
+
+  void deriveCachedValues() {
+    attenuation_.derive(*this);
+    coneSpan_ = cosUmbra - cosPenumbra;
+  }
+
+ private:
+  // The cosine of the angle off the axis, clamped to [0, 1] (a NaN stays
+  // NaN and then counts as inside the umbra), mapped to 0 outside the
+  // penumbra, 1 inside the umbra and a smooth ramp between.
+  float coneFactor(const float axis[3], const float direction[3]) const {
+    float cosA = axis[1] * direction[1] + axis[0] * direction[0] + axis[2] * direction[2];
+    if (cosA < 0.0f) {
+      cosA = 0.0f;
+    } else if (cosA > 1.0f) {
+      cosA = 1.0f;
+    }
+    if (cosPenumbra > cosA) return 0.0f;
+    if (!(cosUmbra > cosA)) return 1.0f;
+    float t = (cosA - cosPenumbra) / coneSpan_;
+    if (t < 0.0f) {
+      t = 0.0f;
+    } else if (t > 1.0f) {
+      t = 1.0f;
+    }
+    return smoothRamp(t);
+  }
+
+  DistanceAttenuation attenuation_;
+  float coneSpan_ = 0.95f - 0.9f;  // cosUmbra - cosPenumbra, from the defaults until the first update
+};
+
+KVI_SHADER_FACTORY(SpotLight)
+
+}  // namespace kvi
