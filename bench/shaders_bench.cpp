@@ -10,38 +10,12 @@
 #include "kvi/host/error.h"
 #include "presets.h"
 #include "test_shader.h"
+#include "variations.h"
 
 namespace {
 
 using kvi::ShadingState;
 using kvi::host::BaseContext;
-
-struct Operation {
-  const char* name;
-  uint32_t maskBits;
-  void (*call)(kvi::IShaderBase*, kvi::IShadingContext*, ShadingState*);
-};
-
-kvi::MaterialShader* material(kvi::IShaderBase* s) { return static_cast<kvi::MaterialShader*>(s); }
-
-const Operation kOperations[] = {
-    {"shade", kvi::kOpLightShade,
-     [](kvi::IShaderBase* s, kvi::IShadingContext* c, ShadingState* st) {
-       static_cast<kvi::LightShader*>(s)->shade(c, st);
-     }},
-    {"shade", kvi::kOpEnvironmentShade,
-     [](kvi::IShaderBase* s, kvi::IShadingContext* c, ShadingState* st) {
-       static_cast<kvi::EnvironmentShader*>(s)->shade(c, st);
-     }},
-    {"testCutout", kvi::kOpTestCutout, [](auto* s, auto* c, auto* st) { material(s)->testCutout(c, st); }},
-    {"evaluateRadiance", kvi::kOpEvaluateRadiance,
-     [](auto* s, auto* c, auto* st) { material(s)->evaluateRadiance(c, st); }},
-    {"shadeSurface", kvi::kOpShadeSurface, [](auto* s, auto* c, auto* st) { material(s)->shadeSurface(c, st); }},
-    {"shadowTransmission", kvi::kOpShadowTransmission,
-     [](auto* s, auto* c, auto* st) { material(s)->shadowTransmission(c, st); }},
-    {"evaluateBsdf", kvi::kOpEvaluateBsdf, [](auto* s, auto* c, auto* st) { material(s)->evaluateBsdf(c, st); }},
-    {"sampleBsdf", kvi::kOpSampleBsdf, [](auto* s, auto* c, auto* st) { material(s)->sampleBsdf(c, st); }},
-};
 
 // One configured shader: object, parameters, state and context of a preset.
 struct Configured {
@@ -58,12 +32,13 @@ struct Configured {
   }
 };
 
-void runOperation(benchmark::State& bench, std::shared_ptr<Configured> configured, const Operation* op) {
+void runOperation(benchmark::State& bench, std::shared_ptr<Configured> configured,
+                  kvi::test::ShadingOperation op) {
   ShadingState state = configured->state;
   for (auto _ : bench) {
     // Each call starts from the preset's state, as a host's would.
     std::memcpy(&state, &configured->state, sizeof state);
-    op->call(configured->shader.object.get(), &configured->context, &state);
+    op.call(configured->shader.object.get(), &configured->context, &state);
     benchmark::DoNotOptimize(state);
     benchmark::ClobberMemory();
   }
@@ -75,10 +50,10 @@ void registerAll() {
     const auto info = kvi::test::testShaderInfo(name);
     for (const auto& preset : kvi::test::presetsOf(name)) {
       auto configured = std::make_shared<Configured>(name, preset);
-      for (const auto& op : kOperations) {
-        if (!(info->operationMask & op.maskBits)) continue;
+      for (const auto& op : kvi::test::operationsOf(*info)) {
+        if (!(info->operationMask & op.maskBits)) continue;  // an empty body: nothing to measure
         benchmark::RegisterBenchmark((name + "/" + preset.variant + "/" + op.name).c_str(), runOperation,
-                                     configured, &op);
+                                     configured, op);
       }
     }
   }

@@ -20,6 +20,29 @@ uint64_t probedAllocationCount() { return allocationCount; }
 
 }  // namespace kvi::host
 
+// The thread sanitizer's runtime defines every operator new itself and cannot
+// share it: under it the probe is absent and defaults cannot be told from
+// unset fields.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KVI_NO_ALLOCATION_PROBE 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__)
+#define KVI_NO_ALLOCATION_PROBE 1
+#endif
+
+namespace kvi::host {
+
+#ifdef KVI_NO_ALLOCATION_PROBE
+bool allocationProbeAvailable() { return false; }
+#else
+bool allocationProbeAvailable() { return true; }
+#endif
+
+}  // namespace kvi::host
+
+#ifndef KVI_NO_ALLOCATION_PROBE
 // The allocation behind every <Name>_create. Behaves as the standard one
 // (memory from malloc, released by the standard operator delete's free), and
 // fills the memory while an AllocationFill is alive on this thread.
@@ -30,3 +53,4 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (p && fillByte >= 0) std::memset(p, fillByte, size);
   return p;
 }
+#endif

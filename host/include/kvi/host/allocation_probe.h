@@ -42,4 +42,8 @@ class AllocationFailure {
 // do not reach the probe, and nothing can be told.
 uint64_t probedAllocationCount();
 
+// False in builds where the probe cannot replace the allocation (the thread
+// sanitizer's runtime owns operator new there).
+bool allocationProbeAvailable();
+
 }  // namespace kvi::host
