@@ -44,13 +44,19 @@ bool allocationProbeAvailable() { return true; }
 
 #ifndef KVI_NO_ALLOCATION_PROBE
 // The allocation behind every <Name>_create. Behaves as the standard one
-// (memory from malloc, released by the standard operator delete's free), and
-// fills the memory while an AllocationFill is alive on this thread.
+// (the throwing operator new, its failure turned into null, so the standard
+// operator delete matches it), and fills the memory while an AllocationFill
+// is alive on this thread.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   ++allocationCount;
   if (failing) return nullptr;
-  void* p = std::malloc(size ? size : 1);
-  if (p && fillByte >= 0) std::memset(p, fillByte, size);
+  void* p = nullptr;
+  try {
+    p = ::operator new(size);
+  } catch (...) {
+    return nullptr;
+  }
+  if (fillByte >= 0) std::memset(p, fillByte, size);
   return p;
 }
 #endif
