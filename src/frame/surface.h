@@ -24,8 +24,7 @@ bool uvOutsideUnitSquare(float u, float v, const float matrix[16]);
 // reflected lobe of weight `a` and a transmitted lobe of weight `b`.
 // `firstLobeProbability` is the chance of the reflected lobe; it may be set to
 // 0 or 1. Returns true when the ray kind decided the choice outright.
-bool overrideLobeChoice(IShadingContext* context, float a, float& firstLobeProbability, float b,
-                        uint8_t frontFacing);
+bool overrideLobeChoice(IShadingContext* context, float a, float& firstLobeProbability, float b, uint8_t frontFacing);
 
 // Microfacet reflection lobe with a smooth fade near the horizon. Directions
 // are in the local shading frame (z along the normal): `incoming` is the ray
