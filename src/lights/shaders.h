@@ -5,5 +5,9 @@
   X(AmbientLight)             \
   X(SimplePointLight)         \
   X(DirectionalLight)         \
+  X(PointLight)               \
+  X(SpotLight)                \
+  X(DiffuseIBL)               \
+  X(velk_qora_Lgt_Diffuse)    \
   X(velk_qora_Lgt_Direction)  \
   X(velk_qora_Lgt_Sky)
