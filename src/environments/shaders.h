@@ -1,4 +1,6 @@
 // The environment shaders of the library, one line each (see frame/registry.h).
 #pragma once
 
-#define KVI_ENVIRONMENT_SHADERS(X)
+#define KVI_ENVIRONMENT_SHADERS(X) \
+  X(GradientBackground)            \
+  X(velk_qora_Env_Sky)
