@@ -2,6 +2,7 @@
 // for all nine.
 #include <sstream>
 
+#include "kvi/host/allocation_probe.h"
 #include "light_testing.h"
 
 namespace kvi::test {
@@ -82,6 +83,7 @@ std::string table(const std::string& shader) {
 }
 
 TEST(LightTables, DeclareTheirParametersInOrderWithTheirDefaults) {
+  if (!host::allocationProbeAvailable()) GTEST_SKIP() << "unset fields cannot be told apart in this build";
   const std::string fades =
       "nearAttenuationOn:bool=0 nearAttenuationStart:float=1 nearAttenuationEnd:float=1 farAttenuationOn:bool=0 "
       "farAttenuationStart:float=1 unitMultiplier:float=1 ";
