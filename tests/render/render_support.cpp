@@ -1,0 +1,38 @@
+#include "render_support.h"
+
+#include "render/scene_loader.h"
+
+namespace kvi::render::test {
+
+std::shared_ptr<const ShaderLibrary> testLibrary() {
+  static const auto library = std::make_shared<const ShaderLibrary>(KVI_TEST_MODULE_PATH);
+  return library;
+}
+
+bool offers(std::initializer_list<const char*> shaders) {
+  for (const char* s : shaders)
+    if (!testLibrary()->has(s)) return false;
+  return true;
+}
+
+Rendered renderScene(const nlohmann::json& scene) { return renderScene(scene, testLibrary()); }
+
+Rendered renderScene(const nlohmann::json& scene, std::shared_ptr<const ShaderLibrary> library) {
+  Rendered r;
+  r.scene = loadScene(scene, "<test scene>", ".", std::move(library));
+  r.result = render(*r.scene);
+  return r;
+}
+
+nlohmann::json emptyScene(int width, int height, int spp) {
+  return {{"render", {{"width", width}, {"height", height}, {"spp", spp}}},
+          {"tone_mapping", {{"enabled", false}}},
+          {"objects", nlohmann::json::array()},
+          {"lights", nlohmann::json::array()}};
+}
+
+nlohmann::json matteMaterial(float r, float g, float b) {
+  return {{"shader", "BasicMaterial"}, {"parameters", {{"diffuse", {r, g, b}}, {"specular", {0, 0, 0}}}}};
+}
+
+}  // namespace kvi::render::test

@@ -1,0 +1,124 @@
+// The renderer's sample streams, noise basis and texture sampler.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <cmath>
+#include <set>
+
+#include "kvi/host/samplers.h"
+#include "render/noise.h"
+#include "render/sampling.h"
+#include "render/textures.h"
+
+namespace kvi::render {
+namespace {
+
+// The samples of one pixel, each asking for the same sequence of numbers.
+std::vector<SampleStream> pixelStreams(uint32_t seed, uint32_t pixel, int count) {
+  std::vector<SampleStream> streams;
+  for (int i = 0; i < count; ++i) streams.emplace_back(seed, pixel, uint32_t(i));
+  return streams;
+}
+
+TEST(SamplingTest, EveryDimensionAndPairIsStratifiedOverAPixelsSamples) {
+  for (uint32_t pixel : {0u, 7u, 123456u}) {
+    auto streams = pixelStreams(42, pixel, 16);
+    // Several requests in a row, as a path makes them: 2D, 1D, 2D, 1D...
+    for (int request = 0; request < 6; ++request) {
+      std::set<int> cells;
+      for (auto& s : streams) {
+        if (request % 2 == 0) {
+          float u[2];
+          s.next2D(u);
+          ASSERT_TRUE(u[0] >= 0.0f && u[0] < 1.0f && u[1] >= 0.0f && u[1] < 1.0f);
+          cells.insert(int(u[0] * 4.0f) * 4 + int(u[1] * 4.0f));
+        } else {
+          const float u = s.next1D();
+          ASSERT_TRUE(u >= 0.0f && u < 1.0f);
+          cells.insert(int(u * 16.0f));
+        }
+      }
+      EXPECT_EQ(cells.size(), 16u) << "pixel " << pixel << ", request " << request;
+    }
+  }
+}
+
+TEST(SamplingTest, SplitStreamsAreStratifiedAndLeaveTheParentUnshifted) {
+  auto parents = pixelStreams(3, 77, 16);
+  std::set<int> cells;
+  for (size_t i = 0; i < parents.size(); ++i) {
+    SampleStream child = parents[i].split();
+    float u[2];
+    child.next2D(u);
+    cells.insert(int(u[0] * 4.0f) * 4 + int(u[1] * 4.0f));
+    // However much the nested path takes, the parent goes on the same.
+    for (size_t k = 0; k < i; ++k) child.next1D();
+  }
+  auto unsplit = pixelStreams(3, 77, 16);
+  for (size_t i = 0; i < parents.size(); ++i) {
+    unsplit[i].next1D();  // the dimension the split used
+    EXPECT_EQ(parents[i].next1D(), unsplit[i].next1D());
+  }
+  EXPECT_EQ(cells.size(), 16u);
+}
+
+TEST(SamplingTest, StreamsAreReproducibleFromTheSeedAndDifferBetweenPixelsAndSeeds) {
+  SampleStream a(5, 10, 3), b(5, 10, 3), otherPixel(5, 11, 3), otherSeed(6, 10, 3);
+  for (int i = 0; i < 8; ++i) {
+    const float x = a.next1D();
+    EXPECT_EQ(x, b.next1D());
+    EXPECT_NE(x, otherPixel.next1D());
+    EXPECT_NE(x, otherSeed.next1D());
+  }
+}
+
+TEST(NoiseTest, GradientNoiseIsBoundedSmoothAndZeroOnTheLattice) {
+  uint32_t state = 1;
+  auto random = [&] { return float(hashInt(state++)) / 4294967296.0f * 20.0f - 10.0f; };
+  float lowest = 1.0f, highest = -1.0f, sumSquares = 0.0f;
+  for (int i = 0; i < 20000; ++i) {
+    const float p[4] = {random(), random(), random(), random()};
+    const float v = gradientNoise4D(p);
+    ASSERT_TRUE(v >= -1.0f && v <= 1.0f);
+    lowest = std::min(lowest, v);
+    highest = std::max(highest, v);
+    sumSquares += v * v;
+    // Continuity: a tiny step makes a tiny change.
+    const float q[4] = {p[0] + 1e-3f, p[1], p[2] - 1e-3f, p[3] + 1e-3f};
+    ASSERT_NEAR(gradientNoise4D(q), v, 0.02f);
+  }
+  EXPECT_LT(lowest, -0.5f);
+  EXPECT_GT(highest, 0.5f);
+  EXPECT_GT(sumSquares / 20000.0f, 0.01f);
+  const float lattice[4] = {3.0f, -2.0f, 7.0f, 0.0f};
+  EXPECT_EQ(gradientNoise4D(lattice), 0.0f);
+  const float nan[4] = {NAN, 0.0f, 0.0f, 0.0f};
+  EXPECT_EQ(gradientNoise4D(nan), 0.0f);
+}
+
+TEST(MapSamplerTest, AgreesBitForBitWithTheReferenceImageSampler) {
+  // A 5 x 3 picture (odd sizes exercise the wrapping) of distinct texels.
+  std::vector<float> rgba;
+  for (int i = 0; i < 5 * 3 * 4; ++i) rgba.push_back(float(hashInt(uint32_t(i)) % 1000) / 999.0f);
+  host::ImageSampler reference(5, 3, rgba);
+  MapSampler fast(5, 3, rgba);
+  std::vector<std::array<float, 2>> coords = {{0.0f, 0.0f},         {1.0f, 1.0f},   {0.1f, 0.5f},
+                                              {-0.25f, 2.75f},      {0.999999f, 0.0f}, {-1e-9f, -1e-9f},
+                                              {1e7f + 0.3f, -3.1f}, {NAN, 0.5f},   {0.5f, INFINITY}};
+  uint32_t state = 9;
+  for (int i = 0; i < 2000; ++i) {
+    const float s = float(hashInt(state++)) / 4294967296.0f * 6.0f - 3.0f;
+    const float t = float(hashInt(state++)) / 4294967296.0f * 6.0f - 3.0f;
+    coords.push_back({s, t});
+  }
+  for (const auto& c : coords) {
+    float a[4] = {0, 0, 0, 1}, b[4] = {0, 0, 0, 1};
+    reference.sample(a, c.data());
+    fast.sample(b, c.data());
+    for (int k = 0; k < 4; ++k) ASSERT_EQ(std::bit_cast<uint32_t>(a[k]), std::bit_cast<uint32_t>(b[k])) << c[0] << ", " << c[1];
+  }
+}
+
+}  // namespace
+}  // namespace kvi::render

@@ -1,0 +1,108 @@
+#include "render/gallery.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+
+#include "kvi/shader.h"
+#include "kvi/host/shader_info.h"
+#include "render/font.h"
+#include "render/renderer.h"
+#include "render/scene_loader.h"
+#include "render/showcase.h"
+
+namespace kvi::render {
+namespace {
+
+constexpr int kLabelHeight = 2 * kGlyphHeight + 4;  // name and kind lines
+constexpr int kMargin = 6;
+constexpr uint8_t kPaper[3] = {30, 30, 32};
+constexpr uint8_t kInk[3] = {235, 235, 235};
+constexpr uint8_t kFaintInk[3] = {150, 150, 155};
+
+int kindOrder(int32_t kind) { return kind == kMaterialKind ? 0 : kind == kLightKind ? 1 : 2; }
+
+// The tile's picture with the shader's name and kind under it.
+ByteImage labelled(const ByteImage& picture, const std::string& name, const std::string& kind) {
+  ByteImage tile(picture.width, picture.height + kLabelHeight);
+  std::fill(tile.rgb.begin(), tile.rgb.end(), kPaper[0]);
+  for (int y = 0; y < picture.height; ++y)
+    std::copy(picture.pixel(0, y), picture.pixel(0, y) + size_t(picture.width) * 3, tile.pixel(0, y));
+  drawText(tile, 2, picture.height + 2, fitText(name, picture.width - 4), kInk);
+  drawText(tile, 2, picture.height + 2 + kGlyphHeight, kind, kFaintInk);
+  return tile;
+}
+
+void paste(ByteImage& sheet, const ByteImage& tile, int left, int top) {
+  for (int y = 0; y < tile.height && top + y < sheet.height; ++y)
+    std::copy(tile.pixel(0, y), tile.pixel(0, y) + size_t(std::min(tile.width, sheet.width - left)) * 3,
+              sheet.pixel(left, top + y));
+}
+
+}  // namespace
+
+std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const GalleryOptions& options) {
+  const auto start = std::chrono::steady_clock::now();
+  std::filesystem::create_directories(options.directory);
+  std::vector<std::string> shaders = library->shaderNames();
+  std::stable_sort(shaders.begin(), shaders.end(), [&](const std::string& a, const std::string& b) {
+    return kindOrder(library->info(a)->kind) < kindOrder(library->info(b)->kind);
+  });
+
+  std::vector<ByteImage> tiles;
+  std::vector<std::string> failed;
+  RenderStats stats;
+  for (size_t i = 0; i < shaders.size(); ++i) {
+    const std::string& shader = shaders[i];
+    const std::string kind = host::shaderKindName(library->info(shader)->kind);
+    ByteImage picture;
+    try {
+      const auto scene = loadScene(galleryScene(*library, shader, options.tileSize, options.samplesPerPixel, options.seed),
+                                   "<gallery tile " + shader + ">", ".", library);
+      RenderOptions render;
+      render.threads = options.threads;
+      if (options.progress)
+        render.progress = [&, i](double done) { options.progress((double(i) + done) / double(shaders.size())); };
+      const RenderResult result = kvi::render::render(*scene, render);
+      stats.add(result.stats);
+      picture = displayImage(result.film, *scene);
+    } catch (const std::exception& e) {
+      // One shader that cannot be shown does not stop the others.
+      failed.push_back(shader + ": " + e.what());
+      picture = ByteImage(options.tileSize, options.tileSize, kPaper[0]);
+      drawText(picture, 4, options.tileSize / 2 - kGlyphHeight, "not rendered:", kInk);
+      drawText(picture, 4, options.tileSize / 2, fitText(e.what(), options.tileSize - 8), kFaintInk);
+    }
+    tiles.push_back(labelled(picture, shader, kind));
+    writeDisplayImage((std::filesystem::path(options.directory) / (shader + ".png")).string(), tiles.back());
+  }
+
+  const int columns = std::max(1, std::min(int(tiles.size()), 6));
+  const int rows = (int(tiles.size()) + columns - 1) / columns;
+  const int cellWidth = options.tileSize + kMargin, cellHeight = options.tileSize + kLabelHeight + kMargin;
+  const int titleHeight = 2 * kGlyphHeight * 2 + 8;
+  ByteImage sheet(columns * cellWidth + kMargin, titleHeight + rows * cellHeight + kMargin, kPaper[0]);
+  drawText(sheet, kMargin, 4, "kvi shader gallery", kInk, 2);
+  drawText(sheet, kMargin, 4 + 2 * kGlyphHeight,
+           fitText(std::to_string(tiles.size()) + " shaders of " + library->module().path(), sheet.width - 2 * kMargin),
+           kFaintInk);
+  for (size_t i = 0; i < tiles.size(); ++i)
+    paste(sheet, tiles[i], kMargin + int(i % size_t(columns)) * cellWidth,
+          titleHeight + int(i / size_t(columns)) * cellHeight);
+  const std::string sheetPath = (std::filesystem::path(options.directory) / "gallery.png").string();
+  writeDisplayImage(sheetPath, sheet);
+
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  char line[256];
+  std::snprintf(line, sizeof line, "gallery of %zu shaders in %.1f s (%.3g samples/s, %.3g rays/s) -> %s",
+                tiles.size(), seconds, double(stats.samples) / seconds, double(stats.rays()) / seconds,
+                sheetPath.c_str());
+  std::string report = line;
+  for (const std::string& f : failed) report += "\n  not rendered: " + f;
+  if (stats.nonFiniteSamples > 0)
+    report += "; " + std::to_string(stats.nonFiniteSamples) + " NaN or infinite samples left out";
+  return report;
+}
+
+}  // namespace kvi::render

@@ -1,0 +1,62 @@
+// Counters of one render, kept per thread and summed at the end, and an
+// optional sampling profile of where the time goes: shader calls, ray
+// casting, or the renderer's own work.
+#pragma once
+
+#include <cstdint>
+
+namespace kvi::render {
+
+enum class TimeCategory : int { Host = 0, Shaders = 1, Rays = 2 };
+
+struct RenderStats {
+  uint64_t samples = 0;           // pixel samples
+  uint64_t cameraRays = 0;
+  uint64_t secondaryRays = 0;     // continuations, gathers and rays traced for materials
+  uint64_t shadowRays = 0;
+  uint64_t shaderCalls = 0;
+  uint64_t nonFiniteSamples = 0;  // NaN or infinite samples kept out of the image
+  uint64_t profileSamples[3] = {0, 0, 0};  // by TimeCategory, when profiled
+
+  uint64_t rays() const { return cameraRays + secondaryRays + shadowRays; }
+  void add(const RenderStats& o) {
+    samples += o.samples;
+    cameraRays += o.cameraRays;
+    secondaryRays += o.secondaryRays;
+    shadowRays += o.shadowRays;
+    shaderCalls += o.shaderCalls;
+    nonFiniteSamples += o.nonFiniteSamples;
+    for (int i = 0; i < 3; ++i) profileSamples[i] += o.profileSamples[i];
+  }
+};
+
+// What the calling thread is doing, for the profile: a TimeCategory, or -1
+// when it is not rendering.
+int currentTimeCategory();
+
+// Sets the calling thread's category for the life of the scope (nesting
+// restores the outer one). Costs a thread-local store, profiled or not.
+class TimeScope {
+ public:
+  explicit TimeScope(TimeCategory category);
+  ~TimeScope();
+  TimeScope(const TimeScope&) = delete;
+  TimeScope& operator=(const TimeScope&) = delete;
+
+ private:
+  int previous_;
+};
+
+// While alive, samples every rendering thread's category a thousand times
+// per second of CPU time (a profiling timer signal); one at a time.
+class Profiler {
+ public:
+  Profiler();
+  ~Profiler();
+  Profiler(const Profiler&) = delete;
+  Profiler& operator=(const Profiler&) = delete;
+  // The samples taken so far, by TimeCategory.
+  void read(uint64_t out[3]) const;
+};
+
+}  // namespace kvi::render
