@@ -46,7 +46,12 @@ std::string defaultText(const host::ParameterInfo& p) {
   if (!p.hasDefault) return "unset";
   if (p.kind == host::ParamKind::Bool) {
     const uint8_t b = p.defaultValue[0];
-    return b == 0 ? "false" : b == 1 ? "true" : "true (byte " + std::to_string(b) + ")";
+    if (b == 0) return "false";
+    if (b == 1) return "true";
+    std::string text = "true (byte ";
+    text += std::to_string(b);
+    text += ")";
+    return text;
   }
   if (p.kind == host::ParamKind::Int) return std::to_string(intValue(p));
   if (isReference(p.kind)) {
