@@ -56,10 +56,14 @@ std::string defaultText(const host::ParameterInfo& p) {
   if (p.kind == host::ParamKind::Int) return std::to_string(intValue(p));
   if (isReference(p.kind)) {
     int32_t slot;
-    return referenceBound(p, slot) ? "bound (slot " + std::to_string(slot) + ")" : "none";
+    if (!referenceBound(p, slot)) return "none";
+    return std::string("bound (slot ") + std::to_string(slot) + ")";
   }
   std::string text;
-  for (float f : floats(p)) text += (text.empty() ? "" : " ") + floatText(f);
+  for (float f : floats(p)) {
+    if (!text.empty()) text += ' ';
+    text += floatText(f);
+  }
   return text;
 }
 
