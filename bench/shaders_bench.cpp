@@ -44,7 +44,19 @@ void runOperation(benchmark::State& bench, std::shared_ptr<Configured> configure
   }
 }
 
+// The floor every figure includes: copying the state in and out, no call.
+void copyOnly(benchmark::State& bench) {
+  const ShadingState source = kvi::host::zeroState();
+  ShadingState state = source;
+  for (auto _ : bench) {
+    std::memcpy(&state, &source, sizeof state);
+    benchmark::DoNotOptimize(state);
+    benchmark::ClobberMemory();
+  }
+}
+
 void registerAll() {
+  benchmark::RegisterBenchmark("Baseline/state/copy", copyOnly);
   const auto& module = kvi::test::testModule();
   for (const auto& name : module.shaderNames()) {
     const auto info = kvi::test::testShaderInfo(name);
