@@ -1,29 +1,105 @@
-// BasicMaterial through the module loader, as a host drives it, with a
-// scripted context whose samples, ray kind and answers each test sets.
+// The shared surface routines called directly (the glossy lobe, which no
+// material of this family uses, and the ray-kind override of a two-lobe
+// choice), and the basic materials through the module loader as a host drives
+// them, with a scripted context whose samples, ray kinds and answers each test
+// sets. The clipping map and the uv rectangle are exercised through the
+// materials.
+#include "frame/surface.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
 #include <limits>
-#include <string>
 #include <vector>
 
 #include "kvi/host/samplers.h"
-#include "scripted_context.h"
 #include "test_shader.h"
 
+namespace kvi::test {
 namespace {
 
-using kvi::ShadingState;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInvPi = 0.31830984f;          // bits 0x3EA2F982
 constexpr float kDiffuseDensity = 0.3183099f;  // bits 0x3EA2F984
-const float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+// ---- The glossy reflection lobe.
+
+// The distribution at a half vector along the normal: 1 / (m^2 pi), pi stored as 3.141593.
+float peak(float m) { return 1.0f / (m * m * 3.141593f); }
+
+// A view at cosine vz in the xz plane and its mirror image, so that the half
+// vector is exactly the normal and only the fade and the geometry term vary.
+float mirrored(float vz, float m) {
+  const float vx = std::sqrt(1.0f - vz * vz), incoming[3] = {-vx, 0.0f, -vz}, outgoing[3] = {-vx, 0.0f, vz};
+  return glossyReflectionLobe(incoming, outgoing, m);
+}
+
+TEST(GlossyLobe, PeakGeometryCapRoughnessFloorAndHorizonFade) {
+  const float down[3] = {0, 0, -1}, up[3] = {0, 0, 1};
+  EXPECT_BITEQ(glossyReflectionLobe(down, up, 0.5f), peak(0.5f) * 0.25f);  // head on: G = min(2, 2, 1) = 1
+  const float capped = 2.236f * peak(0.2f) * 0.25f;  // at a view cosine of 0.3 every bound exceeds 3.3
+  EXPECT_BITEQ(mirrored(0.3f, 0.2f), capped);
+  for (float m : {0.0f, 0.01f, -3.0f, kNaN}) EXPECT_BITEQ(mirrored(0.6f, m), mirrored(0.6f, 0.0225f)) << m;
+  EXPECT_LT(mirrored(0.6f, 0.03f), mirrored(0.6f, 0.0225f));
+  // x = 36 * 2^-6 = 0.5625: 6x^5 - 15x^4 + 10x^3 = 645894 / 2^20, exact in single precision.
+  EXPECT_BITEQ(mirrored(0.015625f, 0.2f), 2.236f * (645894.0f / 1048576.0f) * peak(0.2f) * 0.25f);
+  // Nothing is faded from the stored threshold 0x3CE38E0F (just below 1/36)
+  // on; the polynomial would give 0.999999 at 0x3CE38E13.
+  for (uint32_t bits : {0x3CE38E0Fu, 0x3CE38E13u}) EXPECT_BITEQ(mirrored(std::bit_cast<float>(bits), 0.2f), capped);
+  EXPECT_LT(mirrored(0.02f, 0.2f), capped);
+}
+
+TEST(GlossyLobe, OppositeSidesGiveNothingAndGeneralDirectionsMatchDoublePrecision) {
+  const float down[3] = {0, 0, -1}, up[3] = {0, 0, 1}, slantDown[3] = {0.6f, 0, -0.8f}, broken[3] = {0, 0, kNaN};
+  const float grazeIn[3] = {-1, 0, 0}, grazeOut[3] = {1, 0, 0};  // both in the surface
+  for (const auto& [a, b] : {std::pair<const float*, const float*>{down, slantDown}, {up, up}, {broken, up},
+                             {down, broken}, {grazeIn, grazeOut}})
+    EXPECT_EQ(glossyReflectionLobe(a, b, 0.3f), 0.0f);
+  // Evaluated in double precision from these exact floats; the first is
+  // bounded by g3 = 1/|Vz|, the second by g2.
+  const float a1[3] = {0.309426367f, -0.206284255f, -0.928279102f}, b1[3] = {-0.527046263f, 0.421637028f, 0.737864792f};
+  EXPECT_NEAR(glossyReflectionLobe(a1, b1, 0.3f), 0.02321809330864005, 2e-7);
+  const float a2[3] = {0.0995037183f, 0.0f, -0.995037198f}, b2[3] = {-0.953998089f, 0.21199958f, 0.21199958f};
+  EXPECT_NEAR(glossyReflectionLobe(a2, b2, 0.4f), 0.0044415328162798655, 4e-8);
+}
+
+// (ray kind, a, b, flag 1 set, isDiffuseSampled, frontFacing) -> (decided, p), from p = 0.5.
+TEST(LobeChoiceOverride, DecisionsByRayKind) {
+  const float t = 0.00390625f;  // 1/256
+  struct Case { int32_t kind; float a, b; int32_t flags; uint8_t diffuseSampled, frontFacing; bool decided; float p; };
+  const Case cases[] = {
+      {3, 0.9f, 0.1f, 0, 1, 1, true, 0.0f},     // kind 3 always forces the first lobe off
+      {3, 0.9f, 0.0f, 1, 0, 1, true, 0.0f},     // even where step 1 had chosen it
+      {1, 0.9f, 0.1f, 1, 1, 1, true, 0.0f},     // kind 1, flag set: forced off
+      {1, 0.9f, 0.1f, 0, 1, 1, true, 1.0f},     // flag clear: a > b on the front face picks it
+      {1, 0.9f, 0.1f, 0, 1, 0, true, 0.0f},     // ... but not on the back face
+      {1, 0.9f, 0.1f, 0, 1, 0x80, true, 1.0f},  // any non-zero byte is the front
+      {2, 0.0f, 0.5f, 1, 1, 1, true, 1.0f},     // kind 2 with transmission above 1/256
+      {2, 0.0f, 0.5f, 0, 1, 1, true, 0.0f},     // step 3 overrides p, decided stays
+      {2, 0.5f, t, 1, 1, 1, false, 0.5f},       // exactly 1/256 is not above it
+      {2, 0.5f, 0.0f, 1, 0, 1, true, 1.0f},     // diffuse not sampled and b below 1/256
+      {2, 0.5f, t, 1, 0, 1, false, 0.5f},       // ... b exactly 1/256 is not below it
+      {2, 0.5f, 0.0f, 0, 1, 1, false, 1.0f},    // step 3 alone: p changes, undecided
+  };
+  for (const auto& c : cases) {
+    ScriptedContext context;
+    context.rayKind = c.kind, context.rayFlags = c.flags, context.diffuseSampled = c.diffuseSampled;
+    float p = 0.5f;
+    EXPECT_EQ(overrideLobeChoice(&context, c.a, p, c.b, c.frontFacing), c.decided) << "case " << &c - cases;
+    EXPECT_BITEQ(p, c.p) << "case " << &c - cases;
+    for (int32_t flag : context.rayFlagsAsked) EXPECT_EQ(flag, 1);
+  }
+}
+
+// ---- BasicMaterial and PhongReflective.
 
 // A texture answering one texel and recording where it was sampled.
-struct RecordingSampler : kvi::ITextureSampler {
+struct RecordingSampler : ITextureSampler {
   std::array<float, 4> texel;
   std::vector<std::array<float, 2>> coords;
   explicit RecordingSampler(std::array<float, 4> t) : texel(t) {}
@@ -33,21 +109,10 @@ struct RecordingSampler : kvi::ITextureSampler {
   }
 };
 
-// A clipping table answering in call order (the last answer repeated) and recording where it was read.
-struct ScriptedClippingMap : kvi::IClippingMapSampler {
-  std::vector<std::array<float, 4>> answers;
-  std::vector<float> asked;
-  void lookup(float out[4], float u) override {
-    asked.push_back(u);
-    const auto& a = answers[std::min(asked.size(), answers.size()) - 1];
-    std::copy(a.begin(), a.end(), out);
-  }
-};
-
 class BasicMaterialTest : public ::testing::Test {
  protected:
-  kvi::test::TestShader shader{"BasicMaterial"};
-  kvi::test::ScriptedContext context;
+  TestShader shader{"BasicMaterial"};
+  ScriptedContext context;
   ShadingState state = shader.state();
 
   void SetUp() override {
@@ -60,12 +125,14 @@ class BasicMaterialTest : public ::testing::Test {
     shader.setVarying(state, "vtxcolor", {0.1f, 0.2f, 0.3f, 0.4f});
     context.rayKind = 0;  // none of 1, 2, 3: the override leaves the odds alone
   }
-  kvi::MaterialShader* material() {
+  MaterialShader* material() {
     shader.apply();
     return shader.material();
   }
   float transmission() {
     material()->shadowTransmission(&context, &state);
+    EXPECT_TRUE(state.shadowTransmission[0] == state.shadowTransmission[2] &&
+                state.shadowTransmission[1] == state.shadowTransmission[2]);
     return state.shadowTransmission[2];
   }
   // Read through the gathered light: with E = 1 the radiance is coverage x colour x 1/pi.
@@ -86,32 +153,13 @@ class BasicMaterialTest : public ::testing::Test {
   }
 };
 
-TEST_F(BasicMaterialTest, DeclaresItsInterface) {
-  std::string names, varyings;
-  for (const auto& p : shader.info->parameters) names += p.name + (p.hasDefault ? " " : "* ");
-  for (const auto& v : shader.info->varyings) varyings += v.name + std::to_string(v.kind) + std::to_string(v.offset);
-  // Fields the constructor leaves for the host carry a star (when the host can tell).
-  std::string expected =
-      "u_globalClippingMap u_globalClippingMapEnable diffuse diffuse_map diffuse_map_transform* use_decal_mode "
-      "use_diffuse_map use_diffuse_map_alpha diffuse_map_tint* specular shininess emissive ambient opacity "
-      "environment_map use_environment_map reflection_blend use_uv_clip uv_clip_transform* "
-      "use_diffuse_vertex_color use_extra_color_and_alpha cull_mode u_extra_color_and_alpha "
-      "u_extra_color_and_alpha_is_set ";
-  if (!shader.info->unsetDetected) expected.erase(std::remove(expected.begin(), expected.end(), '*'), expected.end());
-  EXPECT_EQ(names, expected);
-  EXPECT_EQ(varyings, "uv10vtxcolor38");
-  EXPECT_EQ(shader.info->operationMask, 63u);
-}
-
 TEST_F(BasicMaterialTest, CullModesInBothDirections) {
+  EXPECT_EQ(shader.info->operationMask, 63u);  // all six material operations
   shader.block.setColor3("emissive", {1, 1, 1});
   shader.block.setFloat("reflection_blend", 0.5f);
-  const struct {
-    int32_t mode;
-    uint8_t front;
-    bool culled;
-  } cases[] = {{1, 0, true}, {1, 1, false}, {2, 0x40, true}, {2, 0, false}, {0, 0, false}, {7, 0, false}};
-  for (const auto& c : cases) {
+  struct Case { int32_t mode; uint8_t front; bool culled; };
+  for (const Case& c : {Case{1, 0, true}, Case{1, 1, false}, Case{2, 0x40, true}, Case{2, 0, false},
+                        Case{0, 0, false}, Case{7, 0, false}}) {
     SCOPED_TRACE(testing::Message() << "cull_mode " << c.mode << " frontFacing " << int(c.front));
     shader.block.setInt("cull_mode", c.mode);
     state.frontFacing = c.front;
@@ -120,7 +168,8 @@ TEST_F(BasicMaterialTest, CullModesInBothDirections) {
     EXPECT_BITEQ(state.radiance[0], c.culled ? 0.0f : 1.0f);
     state.sampledDirection[2] = 1.0f;
     material()->evaluateBsdf(&context, &state);
-    EXPECT_EQ(state.bsdfWeight[0] == 0.0f && state.pdf == 1.0f, c.culled);
+    EXPECT_BITEQ(state.pdf, 1.0f);
+    EXPECT_EQ(state.bsdfWeight[0] == 0.0f, c.culled);
   }
   // In sampleBsdf a culled hit goes straight on, unless the override decided for
   // the mirror (kind 1 on a front face with a mirror share): then the path ends.
@@ -135,8 +184,8 @@ TEST_F(BasicMaterialTest, CullModesInBothDirections) {
 }
 
 TEST_F(BasicMaterialTest, TransparencyCombinesOpacityVertexTextureAndExtraAlpha) {
-  const std::pair<float, float> opacities[] = {{1, 0}, {0, 1}, {0.25f, 0.75f}, {3, 0}, {-2, 1}, {kNaN, 1}};
-  for (auto [opacity, expected] : opacities) {
+  for (auto [opacity, expected] : {std::pair{1.0f, 0.0f}, {0.0f, 1.0f}, {0.25f, 0.75f}, {3.0f, 0.0f}, {-2.0f, 1.0f},
+                                   {kNaN, 1.0f}}) {
     shader.block.setFloat("opacity", opacity);
     EXPECT_BITEQ(transmission(), expected) << opacity;
   }
@@ -193,6 +242,9 @@ TEST_F(BasicMaterialTest, EvaluateBsdfAddsPhongToAnUnclampedDiffuseTerm) {
   state.sampledDirection[2] = -1.0f;  // along the ray: H = 0, no highlight, N . L = -1
   material()->evaluateBsdf(&context, &state);
   EXPECT_BITEQ(state.bsdfWeight[0], -(0.5f * 0.75f) * (0.5f * kInvPi));
+  state.sampledDirection[0] = 0.6f, state.sampledDirection[2] = 0.8f;  // N . H = 1.8 / sqrt(3.6), to the default 32
+  material()->evaluateBsdf(&context, &state);
+  EXPECT_NEAR(state.bsdfWeight[1], (0.5 * 0.18530202 + 0.25 * 0.75 * 0.8) * (0.5 * kInvPi), 1e-7);
 }
 
 // Opacity 0.5, reflection_blend 0.5 and a diffuse maximum of 1 give the odds
@@ -201,8 +253,7 @@ TEST_F(BasicMaterialTest, SampleBsdfPicksEachEventByTheSample) {
   shader.block.setFloat("opacity", 0.5f);
   shader.block.setFloat("reflection_blend", 0.5f);
   shader.block.setColor3("diffuse", {1.0f, 0.5f, 0.25f});
-  state.rayDirection[0] = 0.6f;
-  state.rayDirection[2] = -0.8f;
+  state.rayDirection[0] = 0.6f, state.rayDirection[2] = -0.8f;
   for (float x : {0.0f, 0.4999f, 0.5f, 0.7499f}) {
     sample(x);
     EXPECT_EQ(state.lobeFlags, x < 0.5f ? 64 : 4);
@@ -246,6 +297,7 @@ TEST_F(BasicMaterialTest, EvaluateRadianceGathersUnlessTheRayKindForbids) {
   shader.block.setFloat("reflection_blend", 0.5f);
   context.irradiance[0] = 4.0f;
   material()->evaluateRadiance(&context, &state);
+  EXPECT_EQ(state.radianceDone, 1);
   EXPECT_BITEQ(state.radiance[0], 0.5f * 0.5f + 0.5f * 0.5f * 4.0f * 1.0f * kInvPi);
   EXPECT_BITEQ(state.radiance[1], 0.5f * 1.0f);
   EXPECT_EQ(context.lastIrradianceNormal, (std::array<float, 3>{0, 0, 1}));
@@ -257,11 +309,22 @@ TEST_F(BasicMaterialTest, EvaluateRadianceGathersUnlessTheRayKindForbids) {
   context.rayKindBits = 8;
   material()->evaluateRadiance(&context, &state);
   EXPECT_BITEQ(state.radiance[0], 0.25f);
-  EXPECT_EQ(context.calls(kvi::test::kGatherIrradiance), 2);
+  EXPECT_EQ(context.calls(kGatherIrradiance), 2);
 }
 
+// A clipping table answering in call order (the last answer repeated) and recording where it was read.
+struct ScriptedClippingMap : IClippingMapSampler {
+  std::vector<std::array<float, 4>> answers;
+  std::vector<float> asked;
+  void lookup(float out[4], float u) override {
+    asked.push_back(u);
+    const auto& a = answers[std::min(asked.size(), answers.size()) - 1];
+    std::copy(a.begin(), a.end(), out);
+  }
+};
+
 TEST_F(BasicMaterialTest, ClippingPlanesCutPointsOnOrBehindThem) {
-  kvi::host::ClippingPlaneTable table({{1, 0, 0, 5}, {0, 0, 1, -1}});  // keeps x > -5 and z > 1
+  host::ClippingPlaneTable table({{1, 0, 0, 5}, {0, 0, 1, -1}});  // keeps x > -5 and z > 1
   shader.block.setClippingMap("u_globalClippingMap", &table, 0);
   EXPECT_EQ(cutAway(), 0);  // not enabled
   shader.block.setBool("u_globalClippingMapEnable", 0x02);
@@ -294,12 +357,9 @@ TEST_F(BasicMaterialTest, UvClipKeepsTheClosedUnitSquare) {
   shader.block.setBool("use_uv_clip", 1);
   // x = 4u - 1, y = v; m8 and m9 multiply the third component 0.
   shader.block.setMatrix4("uv_clip_transform", {4, 0, 0, 0, 0, 1, 0, 0, 7, 7, 1, 0, -1, 0, 0, 1});
-  const struct {
-    float u, v;
-    uint8_t cut;
-  } cases[] = {{0.25f, 0.75f, 0}, {0.5f, 0.0f, 0},   {0.5f, 1.0f, 0}, {0.24f, 0.5f, 1},
-               {0.51f, 0.5f, 1},  {0.3f, -0.01f, 1}, {kNaN, 0.5f, 1}, {0.3f, kNaN, 1}};
-  for (const auto& c : cases) {
+  struct Case { float u, v; uint8_t cut; };
+  for (const Case& c : {Case{0.25f, 0.75f, 0}, Case{0.5f, 0.0f, 0}, Case{0.5f, 1.0f, 0}, Case{0.24f, 0.5f, 1},
+                        Case{0.51f, 0.5f, 1}, Case{0.3f, -0.01f, 1}, Case{kNaN, 0.5f, 1}, Case{0.3f, kNaN, 1}}) {
     shader.setVarying(state, "uv", {c.u, c.v});
     EXPECT_EQ(cutAway(), c.cut) << c.u << ", " << c.v;
   }
@@ -307,4 +367,92 @@ TEST_F(BasicMaterialTest, UvClipKeepsTheClosedUnitSquare) {
   EXPECT_EQ(cutAway(), 0);
 }
 
+class PhongReflectiveTest : public ::testing::Test {
+ protected:
+  TestShader shader{"PhongReflective"};
+  ScriptedContext context;
+  ShadingState state = patternState();  // unwritten fields keep the pattern
+
+  void SetUp() override {
+    const float position[3] = {1, 2, 3}, normal[3] = {0, 0, 1}, ray[3] = {0.6f, 0, -0.8f};
+    std::memcpy(state.position, position, sizeof position);
+    std::memcpy(state.normal, normal, sizeof normal);
+    std::memcpy(state.rayDirection, ray, sizeof ray);
+    context.traced[0] = 2.0f, context.traced[1] = 4.0f, context.traced[2] = 8.0f;
+  }
+  void shade() {
+    shader.apply();
+    shader.material()->shadeSurface(&context, &state);
+  }
+};
+
+TEST_F(PhongReflectiveTest, SumsTheLightsInListOrderAndAddsTheTracedMirror) {
+  // Diffuse factors 1, 1e8, -1e8 sum to 0 in list order (the first light's
+  // 0.5 is lost against 1e8) and to 0.5 in reverse. Highlights: 1 for the
+  // lights along the mirror direction, 0 for the one opposite the view (zero
+  // half vector), so the highlights sum to 0.5 + 1.
+  LightSample lights[3] = {{{0.6f, 0, 0.8f}, 1.0f, {0.5f, 0.5f, 0.5f}, &lights[1]},
+                           {{0.6f, 0, -0.8f}, 1e8f, {1, 1, 1}, &lights[2]},
+                           {{0.6f, 0, 0.8f}, -1e8f, {1, 1, 1}, nullptr}};
+  context.lightSamples = lights;
+  shader.block.setColor3("specular", {0.25f, 0.5f, 1.0f});
+  shader.block.setColor3("reflection", {0.5f, 0.5f, 0.5f});
+  const ShadingState before = state;
+  shade();
+  EXPECT_BITEQ(state.surfaceResult[0], 1.5f * 0.25f + 2.0f * 0.5f);
+  EXPECT_BITEQ(state.surfaceResult[1], 1.5f * 0.5f + 4.0f * 0.5f);
+  EXPECT_BITEQ(state.surfaceResult[2], 1.5f * 1.0f + 8.0f * 0.5f);
+  std::memcpy(state.surfaceResult, before.surfaceResult, 3 * sizeof(float));
+  EXPECT_EQ(std::memcmp(&state, &before, sizeof state), 0) << "alpha and the rest untouched";
+  EXPECT_EQ(context.lastLightsWhich, 0);
+  EXPECT_EQ(context.lastLightsPosition, (std::array<float, 3>{1, 2, 3}));
+  EXPECT_EQ(context.lastRayOrigin, (std::array<float, 3>{1, 2, 3}));
+  EXPECT_EQ(context.lastLightsNormal, (std::array<float, 3>{0, 0, 1}));
+  EXPECT_EQ(context.lastRayDirection, (std::array<float, 3>{0.6f, 0, 0.8f}));
+  EXPECT_BITEQ(context.lastRayWeight, 1.0f);
+}
+
+TEST_F(PhongReflectiveTest, ShininessShapesTheHighlightAndNoLightLeavesTheReflection) {
+  LightSample light = {{0.6f, 0, 0.8f}, 0.0f, {1, 1, 1}, nullptr};
+  state.rayDirection[0] = 0.0f, state.rayDirection[2] = -1.0f;
+  context.lightSamples = &light;
+  context.traced[0] = 0.0f;
+  shader.block.setFloat("shininess", 2.0f);
+  shade();
+  EXPECT_NEAR(state.surfaceResult[0], 0.9, 1e-6);  // (N . H)^2 = 1.8^2 / 3.6
+  context.lightSamples = nullptr;
+  shade();
+  EXPECT_BITEQ(state.surfaceResult[1], 4.0f);
+}
+
+TEST_F(PhongReflectiveTest, ClippedHitsAreDiscardedAndTheOtherOperationsDoNothing) {
+  EXPECT_EQ(shader.info->operationMask, 12u);  // shadeSurface and shadowTransmission alone
+  host::ClippingPlaneTable table({{0, 0, 1, -3}});  // cuts z <= 3
+  shader.block.setClippingMap("u_globalClippingMap", &table, 0);
+  shader.block.setBool("u_globalClippingMapEnable", 0x7F);
+  const ShadingState before = state;
+  shade();
+  EXPECT_EQ(state.hitDiscarded, 1);
+  state.hitDiscarded = before.hitDiscarded;
+  EXPECT_EQ(std::memcmp(&state, &before, sizeof state), 0);
+  EXPECT_EQ(context.totalCalls(), 0);
+  shader.material()->shadowTransmission(&context, &state);
+  EXPECT_EQ(state.hitDiscarded, 1);
+  state = before;
+  MaterialShader* m = shader.material();
+  m->evaluateBsdf(&context, &state);
+  m->sampleBsdf(&context, &state);
+  m->evaluateRadiance(&context, &state);
+  m->testCutout(&context, &state);
+  EXPECT_EQ(std::memcmp(&state, &before, sizeof state), 0);
+  EXPECT_EQ(context.totalCalls(), 0);
+  // An unbound map keeps every point.
+  shader.block.setClippingMap("u_globalClippingMap", nullptr, -1);
+  state.position[2] = 0.0f;
+  shade();
+  EXPECT_EQ(state.hitDiscarded, before.hitDiscarded);
+  EXPECT_EQ(context.calls(kTraceRay), 1);
+}
+
 }  // namespace
+}  // namespace kvi::test
