@@ -14,23 +14,14 @@ namespace kvi {
   PARAM(Color3, attenuationFactors, {1.0f, 0.0f, 0.0f})   \
   PARAM(Bool, castShadows, true)                          \
   PARAM(Float, farAttenuationEnd, 10000.0f)               \
-  PARAM(Float, decayStartDistance, 1.0f)                  \
-  PARAM(Bool, nearAttenuationOn, false)                   \
-  PARAM(Float, nearAttenuationStart, 1.0f)                \
-  PARAM(Float, nearAttenuationEnd, 1.0f)                  \
-  PARAM(Bool, farAttenuationOn, false)                    \
-  PARAM(Float, farAttenuationStart, 1.0f)                 \
-  PARAM(Float, unitMultiplier, 1.0f)
+  KVI_ATTENUATION_PARAMETERS(PARAM)
 
 class PointLight final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(PointLight, kOpLightShade, KVI_POINT_LIGHT_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
-    const float d = state->lightDistance * unitMultiplier;
-    const float faded = attenuation_.fade(*this, d);
-    if (faded == 0.0f) return;
-    queryShadowOrUnshadowed(context, state, castShadows);
-    const float s = softIntensityCap(attenuation_.decay(faded, d, decayStartDistance));
+    float s;
+    if (!attenuatedIntensity(*this, attenuation_, context, state, s)) return;
     state->lightColor[0] = s * color[0];
     state->lightColor[1] = s * color[1];
     state->lightColor[2] = s * color[2];

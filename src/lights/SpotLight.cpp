@@ -17,24 +17,15 @@ namespace kvi {
   PARAM(Bool, castShadows, true)                          \
   PARAM(Float, cosPenumbra, 0.9f)                         \
   PARAM(Float, cosUmbra, 0.95f)                           \
-  PARAM(Float, decayStartDistance, 1.0f)                  \
-  PARAM(Bool, nearAttenuationOn, false)                   \
-  PARAM(Float, nearAttenuationStart, 1.0f)                \
-  PARAM(Float, nearAttenuationEnd, 1.0f)                  \
-  PARAM(Bool, farAttenuationOn, false)                    \
-  PARAM(Float, farAttenuationStart, 1.0f)                 \
-  PARAM(Float, unitMultiplier, 1.0f)
+  KVI_ATTENUATION_PARAMETERS(PARAM)
 
 class SpotLight final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(SpotLight, kOpLightShade, KVI_SPOT_LIGHT_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
-    const float d = state->lightDistance * unitMultiplier;
-    const float faded = attenuation_.fade(*this, d);
-    if (faded == 0.0f) return;
-    queryShadowOrUnshadowed(context, state, castShadows);
+    float s;
+    if (!attenuatedIntensity(*this, attenuation_, context, state, s)) return;
     const float k = coneFactor(state->lightAxis, state->lightDirection);
-    const float s = softIntensityCap(attenuation_.decay(faded, d, decayStartDistance));
     state->lightColor[0] = s * (k * color[0]);
     state->lightColor[1] = s * (k * color[1]);
     state->lightColor[2] = s * (k * color[2]);

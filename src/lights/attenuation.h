@@ -8,6 +8,20 @@
 
 #include <cstdint>
 
+#include "kvi/context.h"
+#include "kvi/state.h"
+#include "lights/light_common.h"
+
+// The parameters both lights end their lists with, in their shared order.
+#define KVI_ATTENUATION_PARAMETERS(PARAM)    \
+  PARAM(Float, decayStartDistance, 1.0f)     \
+  PARAM(Bool, nearAttenuationOn, false)      \
+  PARAM(Float, nearAttenuationStart, 1.0f)   \
+  PARAM(Float, nearAttenuationEnd, 1.0f)     \
+  PARAM(Bool, farAttenuationOn, false)       \
+  PARAM(Float, farAttenuationStart, 1.0f)    \
+  PARAM(Float, unitMultiplier, 1.0f)
+
 namespace kvi {
 
 // The smooth ramp (3 - 2t) t^2 of the fades and the spot cone.
@@ -81,6 +95,22 @@ inline float softIntensityCap(float a) {
     i = (1.0f - t) * 0.0225f + t * 0.0625f;
   }
   return 1.0f / i;
+}
+
+// The steps both lights share: the host's distance in scene units, the fades
+// (a point they cut off completely gets nothing written, not even the
+// shadow), the shadow query or full transmission, then decay and the soft
+// cap. Returns false when nothing is to be written; otherwise intensity holds
+// the capped intensity.
+template <class Light>
+bool attenuatedIntensity(const Light& light, const DistanceAttenuation& attenuation, IShadingContext* context,
+                         ShadingState* state, float& intensity) {
+  const float d = state->lightDistance * light.unitMultiplier;
+  const float faded = attenuation.fade(light, d);
+  if (faded == 0.0f) return false;
+  queryShadowOrUnshadowed(context, state, light.castShadows);
+  intensity = softIntensityCap(attenuation.decay(faded, d, light.decayStartDistance));
+  return true;
 }
 
 }  // namespace kvi
