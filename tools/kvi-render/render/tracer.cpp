@@ -67,10 +67,13 @@ RTCHit sphereHit(const Vec3& o, const Vec3& d, float t, unsigned geomID, unsigne
   return hit;
 }
 
-void sphereIntersect(const RTCIntersectFunctionNArguments* args) {
+// Offers the sphere's hits along the ray, nearer first, to the hit filter
+// (runFilter: Embree's intersection or occlusion filter call) and hands the
+// first one it keeps to keep(); the ray's far end is left as it was when the
+// filter refuses a hit.
+template <class Arguments, class RunFilter, class Keep>
+void offerSphereHits(const Arguments* args, RTCRay& ray, RTCRayN* rayN, RunFilter runFilter, Keep keep) {
   if (args->N != 1 || args->valid[0] == 0) return;
-  RTCRayHit* rayhit = reinterpret_cast<RTCRayHit*>(args->rayhit);
-  RTCRay& ray = rayhit->ray;
   float roots[2];
   if (!sphereRoots(ray, roots)) return;
   const Vec3 o{ray.org_x, ray.org_y, ray.org_z}, d{ray.dir_x, ray.dir_y, ray.dir_z};
@@ -84,44 +87,28 @@ void sphereIntersect(const RTCIntersectFunctionNArguments* args) {
     filter.valid = &valid;
     filter.geometryUserPtr = args->geometryUserPtr;
     filter.context = args->context;
-    filter.ray = reinterpret_cast<RTCRayN*>(&rayhit->ray);
+    filter.ray = rayN;
     filter.hit = reinterpret_cast<RTCHitN*>(&hit);
     filter.N = 1;
-    rtcFilterIntersection(args, &filter);
+    runFilter(args, &filter);
     if (valid != 0) {
-      rayhit->hit = hit;
+      keep(hit);
       return;
     }
     ray.tfar = previous;
   }
 }
 
+void sphereIntersect(const RTCIntersectFunctionNArguments* args) {
+  RTCRayHit* rayhit = reinterpret_cast<RTCRayHit*>(args->rayhit);
+  offerSphereHits(args, rayhit->ray, reinterpret_cast<RTCRayN*>(&rayhit->ray), rtcFilterIntersection,
+                  [rayhit](const RTCHit& hit) { rayhit->hit = hit; });
+}
+
 void sphereOccluded(const RTCOccludedFunctionNArguments* args) {
-  if (args->N != 1 || args->valid[0] == 0) return;
   RTCRay& ray = *reinterpret_cast<RTCRay*>(args->ray);
-  float roots[2];
-  if (!sphereRoots(ray, roots)) return;
-  const Vec3 o{ray.org_x, ray.org_y, ray.org_z}, d{ray.dir_x, ray.dir_y, ray.dir_z};
-  for (float t : roots) {
-    if (!(t > ray.tnear && t < ray.tfar)) continue;
-    RTCHit hit = sphereHit(o, d, t, args->geomID, args->primID, args->context->instID[0]);
-    const float previous = ray.tfar;
-    ray.tfar = t;
-    int valid = -1;
-    RTCFilterFunctionNArguments filter;
-    filter.valid = &valid;
-    filter.geometryUserPtr = args->geometryUserPtr;
-    filter.context = args->context;
-    filter.ray = args->ray;
-    filter.hit = reinterpret_cast<RTCHitN*>(&hit);
-    filter.N = 1;
-    rtcFilterOcclusion(args, &filter);
-    if (valid != 0) {
-      ray.tfar = -std::numeric_limits<float>::infinity();
-      return;
-    }
-    ray.tfar = previous;
-  }
+  offerSphereHits(args, ray, args->ray, rtcFilterOcclusion,
+                  [&ray](const RTCHit&) { ray.tfar = -std::numeric_limits<float>::infinity(); });
 }
 
 void check(RTCDevice device, const char* what) {
