@@ -19,28 +19,26 @@ ImageSampler::ImageSampler(int width, int height, std::vector<float> rgba)
 
 const float* ImageSampler::texel(int x, int y) const { return &rgba_[(size_t(y) * size_t(width_) + size_t(x)) * 4]; }
 
-namespace {
-// Wraps an integer texel index into [0, n).
-int wrap(long long i, int n) {
-  long long m = i % n;
-  return static_cast<int>(m < 0 ? m + n : m);
-}
-}  // namespace
-
 void ImageSampler::lookup(float out[4], float s, float t) const {
   if (!std::isfinite(s) || !std::isfinite(t)) {
     std::copy(texel(0, 0), texel(0, 0) + 4, out);
     return;
   }
-  // Keep the coordinates in one period so huge values cannot overflow the index.
+  // Keep the coordinates in one period, so huge values cannot overflow the index.
   s -= std::floor(s);
   t -= std::floor(t);
   const float x = s * float(width_) - 0.5f;
   const float y = t * float(height_) - 0.5f;
   const float fx = std::floor(x), fy = std::floor(y);
   const float ax = x - fx, ay = y - fy;
-  const int x0 = wrap(static_cast<long long>(fx), width_), x1 = wrap(static_cast<long long>(fx) + 1, width_);
-  const int y0 = wrap(static_cast<long long>(fy), height_), y1 = wrap(static_cast<long long>(fy) + 1, height_);
+  // With s and t in [0, 1] the lower texel lies in [-1, size - 1]: wrapping
+  // needs a comparison, not a division (shading samples maps many times per hit).
+  int x0 = int(fx), y0 = int(fy);
+  int x1 = x0 + 1, y1 = y0 + 1;
+  if (x0 < 0) x0 += width_;
+  if (y0 < 0) y0 += height_;
+  if (x1 >= width_) x1 -= width_;
+  if (y1 >= height_) y1 -= height_;
   const float *a = texel(x0, y0), *b = texel(x1, y0), *c = texel(x0, y1), *d = texel(x1, y1);
   for (int k = 0; k < 4; ++k) {
     const float top = a[k] + (b[k] - a[k]) * ax;

@@ -9,7 +9,6 @@
 #include "kvi/host/samplers.h"
 #include "render/noise.h"
 #include "render/sampling.h"
-#include "render/textures.h"
 
 namespace kvi::render {
 namespace {
@@ -95,29 +94,6 @@ TEST(NoiseTest, GradientNoiseIsBoundedSmoothAndZeroOnTheLattice) {
   EXPECT_EQ(gradientNoise4D(lattice), 0.0f);
   const float nan[4] = {NAN, 0.0f, 0.0f, 0.0f};
   EXPECT_EQ(gradientNoise4D(nan), 0.0f);
-}
-
-TEST(MapSamplerTest, AgreesBitForBitWithTheReferenceImageSampler) {
-  // A 5 x 3 picture (odd sizes exercise the wrapping) of distinct texels.
-  std::vector<float> rgba;
-  for (int i = 0; i < 5 * 3 * 4; ++i) rgba.push_back(float(hashInt(uint32_t(i)) % 1000) / 999.0f);
-  host::ImageSampler reference(5, 3, rgba);
-  MapSampler fast(5, 3, rgba);
-  std::vector<std::array<float, 2>> coords = {{0.0f, 0.0f},         {1.0f, 1.0f},   {0.1f, 0.5f},
-                                              {-0.25f, 2.75f},      {0.999999f, 0.0f}, {-1e-9f, -1e-9f},
-                                              {1e7f + 0.3f, -3.1f}, {NAN, 0.5f},   {0.5f, INFINITY}};
-  uint32_t state = 9;
-  for (int i = 0; i < 2000; ++i) {
-    const float s = float(hashInt(state++)) / 4294967296.0f * 6.0f - 3.0f;
-    const float t = float(hashInt(state++)) / 4294967296.0f * 6.0f - 3.0f;
-    coords.push_back({s, t});
-  }
-  for (const auto& c : coords) {
-    float a[4] = {0, 0, 0, 1}, b[4] = {0, 0, 0, 1};
-    reference.sample(a, c.data());
-    fast.sample(b, c.data());
-    for (int k = 0; k < 4; ++k) ASSERT_EQ(std::bit_cast<uint32_t>(a[k]), std::bit_cast<uint32_t>(b[k])) << c[0] << ", " << c[1];
-  }
 }
 
 }  // namespace

@@ -9,9 +9,9 @@
 #include <sstream>
 
 #include "kvi/host/environment_samplers.h"
+#include "kvi/host/samplers.h"
 #include "kvi/host/error.h"
 #include "render/images.h"
-#include "render/textures.h"
 
 namespace kvi::render {
 
@@ -410,7 +410,7 @@ class Loader {
       // uv (0, 0) is the lower left of the picture, as OBJ files expect.
       FloatImage f = data->images.front();
       if (!definition.contains("flip") || definition["flip"].get<bool>()) flipRows(f);
-      made = std::make_unique<MapSampler>(f.width, f.height, std::move(f.rgba));
+      made = std::make_unique<host::ImageSampler>(f.width, f.height, std::move(f.rgba));
     }
     scene_.textures.samplers.push_back(std::move(made));
     return scene_.textures.samplerByKey[key] = scene_.textures.samplers.size() - 1;
