@@ -6,11 +6,8 @@
 
 namespace kvi {
 
-#define KVI_AMBIENT_LIGHT_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, color, {1.0f, 1.0f, 1.0f})
-
 class AmbientLight final : public ShaderImpl<LightShader> {
-  KVI_SHADER_PARAMETERS(AmbientLight, kOpLightShade, KVI_AMBIENT_LIGHT_PARAMETERS)
+  KVI_SHADER_PARAMETERS(AmbientLight, kOpLightShade, KVI_COLOR_ONLY_LIGHT_PARAMETERS)
 
   void shade(IShadingContext*, ShadingState* state) override { copy3(state->lightColor, color); }
 };

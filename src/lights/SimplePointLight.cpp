@@ -6,11 +6,8 @@
 
 namespace kvi {
 
-#define KVI_SIMPLE_POINT_LIGHT_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, color, {1.0f, 1.0f, 1.0f})
-
 class SimplePointLight final : public ShaderImpl<LightShader> {
-  KVI_SHADER_PARAMETERS(SimplePointLight, kOpLightShade, KVI_SIMPLE_POINT_LIGHT_PARAMETERS)
+  KVI_SHADER_PARAMETERS(SimplePointLight, kOpLightShade, KVI_COLOR_ONLY_LIGHT_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
     queryShadow(context, state);

@@ -4,6 +4,9 @@
 #include "kvi/context.h"
 #include "kvi/state.h"
 
+// AmbientLight and SimplePointLight have the same parameters: one white colour.
+#define KVI_COLOR_ONLY_LIGHT_PARAMETERS(PARAM, VARYING) PARAM(Color3, color, {1.0f, 1.0f, 1.0f})
+
 namespace kvi {
 
 inline void copy3(float out[3], const float in[3]) {
