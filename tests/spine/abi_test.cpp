@@ -231,15 +231,4 @@ TEST(Abi, CreateGivesNullWhenAllocationFails) {
   }
 }
 
-TEST(Abi, ObjectsEndThroughTheVirtualDestructor) {
-  // Two objects of every shader, created and ended interleaved: a wrong
-  // destructor slot or a double free shows under the sanitizers.
-  for (const auto& name : testModule().shaderNames()) {
-    auto a = testModule().create(name);
-    auto b = testModule().create(name);
-    a.reset();
-    callSlot<int32_t>(b.get(), 3);
-  }
-}
-
 }  // namespace

@@ -88,13 +88,6 @@ TEST(ParameterBlock, SetParametersCopiesEveryFieldWholeAndNothingElse) {
   }
 }
 
-TEST(ParameterBlock, StartsFromTheConstructorDefaults) {
-  TestShader light("DirectionalLight");
-  const auto color = light.block.getFloats("color");
-  EXPECT_EQ(color, (std::vector<float>{0.5f, 0.1f, 1.0f}));
-  EXPECT_EQ(light.block.getBool("castShadows"), 1);
-}
-
 TEST(ParameterBlock, UnknownNamesAndWrongKindsAreErrorsNamingShaderAndParameter) {
   TestShader light("DirectionalLight");
   auto message = [&](auto&& f) -> std::string {
