@@ -5,9 +5,9 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config binutils
-  libgtest-dev libgmock-dev libbenchmark-dev
+  libgtest-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev libtinyobjloader-dev
-  libembree-dev libtbb-dev libopenimageio-dev openimageio-tools
+  libembree-dev libtbb-dev libopenimageio-dev
   clang-14 libclang-rt-14-dev gcovr
 )
 
