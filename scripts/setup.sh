@@ -7,7 +7,7 @@ packages=(
   build-essential cmake pkg-config binutils
   libgtest-dev libbenchmark-dev
   nlohmann-json3-dev libcli11-dev libtinyobjloader-dev
-  libembree-dev libtbb-dev libopenimageio-dev
+  libembree-dev libtbb-dev libopenimageio-dev openimageio-tools
   clang-14 libclang-rt-14-dev gcovr
 )
 
