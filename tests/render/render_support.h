@@ -32,6 +32,14 @@ nlohmann::json emptyScene(int width, int height, int spp);
 // A BasicMaterial of the given diffuse colour without highlight.
 nlohmann::json matteMaterial(float r, float g, float b);
 
+// kvi-render run with -q and the arguments: its exit code and what it said
+// on stdout and stderr.
+struct RunResult {
+  int exitCode = -1;
+  std::string output;
+};
+RunResult runRenderer(const std::string& arguments);
+
 }  // namespace kvi::render::test
 
 // Skips the test when the module lacks one of the shaders it needs.

@@ -375,7 +375,10 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       if (alpha && firstSegment) *alpha = a;
       break;
     }
-    if (alpha && firstSegment) *alpha = 1.0f;
+    if (alpha && firstSegment) {
+      *alpha = 1.0f;
+      path.cameraRayHit = true;
+    }
     firstSegment = false;
 
     const SurfacePoint sp = tracer_.surface(hit, origin, direction);
