@@ -1,6 +1,7 @@
 #include "render/integrator.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 
@@ -163,33 +164,31 @@ Vertex vertexOf(const ShadingState& s) {
   return Vertex{load3(s.position), load3(s.geometricNormal), load3(s.normal), &s};
 }
 
-// Camera and path rays: a material's testCutout may remove a hit, which the
-// ray then passes as if nothing were there.
-class CutawayFilter final : public HitFilter {
+// The hits a ray has already passed (cut away by their material or
+// discarded), so that tracing the same ray again finds the next one. A hit is
+// the same when its object, primitive and distance are: the same ray meets
+// the same primitive at the same distance bit for bit.
+class PassedHits final : public HitFilter {
  public:
-  CutawayFilter(const Integrator& integrator, PathState& path, const RayType& type, Vec3 origin, Vec3 direction)
-      : integrator_(integrator), path_(path), type_(type), origin_(origin), direction_(direction) {}
-
+  // False when the list is full (the ray has passed too many hits).
+  bool add(const HitRecord& hit) {
+    if (count_ == passed_.size()) return false;
+    passed_[count_++] = hit;
+    return true;
+  }
+  bool empty() const { return count_ == 0; }
+  void clear() { count_ = 0; }
   bool accept(const HitRecord& candidate) override {
-    const Scene& scene = integrator_.scene();
-    const Object& object = scene.objects[size_t(candidate.object)];
-    if (object.material < 0) return true;
-    const Material& material = scene.materials[size_t(object.material)];
-    if (!material.shader.takesPart(kOpTestCutout)) return true;
-    ShadingState state;
-    integrator_.fillSurfaceState(state, integrator_.tracer().surface(candidate, origin_, direction_), material,
-                                 direction_, type_, path_);
-    const Vertex vertex = vertexOf(state);
-    ShadingContext context(integrator_, path_, type_, &vertex);
-    callShader(path_, [&] { material.shader.material()->testCutout(&context, &state); });
-    return state.cutAway == 0;
+    for (size_t i = 0; i < count_; ++i) {
+      const HitRecord& h = passed_[i];
+      if (h.object == candidate.object && h.primitive == candidate.primitive && h.t == candidate.t) return false;
+    }
+    return true;
   }
 
  private:
-  const Integrator& integrator_;
-  PathState& path_;
-  const RayType& type_;
-  Vec3 origin_, direction_;
+  std::array<HitRecord, kMaxPassThroughs> passed_;
+  size_t count_ = 0;
 };
 
 // Shadow rays: each surface crossed multiplies the transmission by what its
@@ -357,30 +356,35 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
   Vec3 radiance{0, 0, 0}, throughput{1, 1, 1};
   int passes = 0;
   bool firstSegment = true;
+  // Cut-away hits along the current ray. The closest hit is found without
+  // asking the materials and tested afterwards: a ray whose closest hit is
+  // cut away is traced again past it, so the materials are asked only about
+  // hits the ray reaches, each once.
+  PassedHits cutAway;
   for (;;) {
     HitRecord hit;
     bool found;
     {
-      CutawayFilter filter(*this, path, type, origin, direction);
       TimeScope scope(TimeCategory::Rays);
-      found = tracer_.intersect(origin, direction, kNoHit, &filter, hit);
+      found = tracer_.intersect(origin, direction, kNoHit, cutAway.empty() ? nullptr : &cutAway, hit);
     }
-    if (type.kindBits & kCameraRay)
-      ++path.stats->cameraRays;
-    else
-      ++path.stats->secondaryRays;
+    if (cutAway.empty()) {
+      if (type.kindBits & kCameraRay)
+        ++path.stats->cameraRays;
+      else
+        ++path.stats->secondaryRays;
+    }
     if (!found) {
       float a = 0.0f;
       radiance += throughput * environment(direction, type, path, &a);
       if (alpha && firstSegment) *alpha = a;
       break;
     }
-    if (alpha && firstSegment) *alpha = 1.0f;
-    firstSegment = false;
 
     const SurfacePoint sp = tracer_.surface(hit, origin, direction);
     const Object& object = scene_.objects[size_t(hit.object)];
     if (object.material < 0) {
+      if (alpha && firstSegment) *alpha = 1.0f;
       if (type.seesEmitters) radiance += throughput * emitterRadiance(object.light, sp, direction, path);
       break;  // emitters absorb what reaches them
     }
@@ -390,6 +394,16 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
     fillSurfaceState(state, sp, material, direction, type, path);
     const Vertex vertex = vertexOf(state);
     ShadingContext context(*this, path, type, &vertex);
+    if (material.shader.takesPart(kOpTestCutout)) {
+      callShader(path, [&] { shader->testCutout(&context, &state); });
+      if (state.cutAway) {
+        if (!cutAway.add(hit)) break;
+        continue;
+      }
+    }
+    cutAway.clear();
+    if (alpha && firstSegment) *alpha = 1.0f;
+    firstSegment = false;
 
     if (material.wholeHit) {
       callShader(path, [&] { shader->shadeSurface(&context, &state); });

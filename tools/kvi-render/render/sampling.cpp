@@ -29,12 +29,28 @@ uint32_t owenScramble(uint32_t x, uint32_t seed) {
 }
 
 // The second dimension of the Sobol sequence (the first is the index's
-// bit reversal).
-uint32_t sobol1(uint32_t index) {
+// bit reversal): the XOR of the direction numbers of the index's set bits.
+constexpr uint32_t sobol1Direct(uint32_t index) {
   uint32_t result = 0;
   for (uint32_t v = 1u << 31; index != 0; index >>= 1, v ^= v >> 1)
     if (index & 1u) result ^= v;
   return result;
+}
+
+// The same, one table per byte of the index: the sequence is linear in the
+// index's bits, so the XOR of four look-ups replaces a loop over 32 bits.
+struct Sobol1Tables {
+  uint32_t byte[4][256];
+  constexpr Sobol1Tables() : byte{} {
+    for (uint32_t k = 0; k < 4; ++k)
+      for (uint32_t b = 0; b < 256; ++b) byte[k][b] = sobol1Direct(b << (8 * k));
+  }
+};
+constexpr Sobol1Tables kSobol1;
+
+uint32_t sobol1(uint32_t index) {
+  return kSobol1.byte[0][index & 0xFFu] ^ kSobol1.byte[1][(index >> 8) & 0xFFu] ^
+         kSobol1.byte[2][(index >> 16) & 0xFFu] ^ kSobol1.byte[3][index >> 24];
 }
 
 // The seed of a dimension, and seeds derived from it for the scrambles.
