@@ -10,6 +10,7 @@
 #include <random>
 
 #include "render/renderer.h"
+#include "render/sampling.h"
 #include "render/scene_loader.h"
 #include "render/tracer.h"
 
@@ -69,6 +70,34 @@ void pathTraced(benchmark::State& state, const char* file) {
   state.counters["rays/s"] = benchmark::Counter(double(rays), benchmark::Counter::kIsRate);
   state.counters["samples/s"] = benchmark::Counter(double(samples), benchmark::Counter::kIsRate);
 }
+
+// The cost of the sample streams, per number pair and per number.
+void samples2D(benchmark::State& state) {
+  uint32_t index = 0;
+  float sink = 0.0f;
+  for (auto _ : state) {
+    SampleStream stream(1, 77, index++);
+    float u[2];
+    for (int k = 0; k < 16; ++k) {
+      stream.next2D(u);
+      sink += u[0] + u[1];
+    }
+  }
+  benchmark::DoNotOptimize(sink);
+  state.SetItemsProcessed(int64_t(state.iterations()) * 16);
+}
+void samples1D(benchmark::State& state) {
+  uint32_t index = 0;
+  float sink = 0.0f;
+  for (auto _ : state) {
+    SampleStream stream(1, 77, index++);
+    for (int k = 0; k < 16; ++k) sink += stream.next1D();
+  }
+  benchmark::DoNotOptimize(sink);
+  state.SetItemsProcessed(int64_t(state.iterations()) * 16);
+}
+BENCHMARK(samples2D);
+BENCHMARK(samples1D);
 
 BENCHMARK_CAPTURE(embreeAlone, cornell_box, "cornell_box.json");
 BENCHMARK_CAPTURE(pathTraced, cornell_box, "cornell_box.json")->Unit(benchmark::kMillisecond)->MinTime(2.0);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 
@@ -170,25 +171,33 @@ Vertex vertexOf(const ShadingState& s) {
 // the same primitive at the same distance bit for bit.
 class PassedHits final : public HitFilter {
  public:
+  PassedHits() {}  // the list's storage is left uninitialised: it is only read up to count_
   // False when the list is full (the ray has passed too many hits).
   bool add(const HitRecord& hit) {
-    if (count_ == passed_.size()) return false;
-    passed_[count_++] = hit;
+    if (count_ == kMaxPassThroughs) return false;
+    passed_[count_++] = Passed{hit.object, hit.primitive, hit.t};
     return true;
   }
   bool empty() const { return count_ == 0; }
   void clear() { count_ = 0; }
   bool accept(const HitRecord& candidate) override {
-    for (size_t i = 0; i < count_; ++i) {
-      const HitRecord& h = passed_[i];
+    for (int i = 0; i < count_; ++i) {
+      const Passed& h = passed_[i];
       if (h.object == candidate.object && h.primitive == candidate.primitive && h.t == candidate.t) return false;
     }
     return true;
   }
 
  private:
-  std::array<HitRecord, kMaxPassThroughs> passed_;
-  size_t count_ = 0;
+  struct Passed {
+    int object;
+    uint32_t primitive;
+    float t;
+  };
+  union {
+    Passed passed_[kMaxPassThroughs];
+  };
+  int count_ = 0;
 };
 
 // Shadow rays: each surface crossed multiplies the transmission by what its
@@ -323,16 +332,19 @@ void Integrator::fillSurfaceState(ShadingState& s, const SurfacePoint& sp, const
   s.rasterPosition[1] = path.raster[1];
   s.frameResolution[0] = scene_.settings.width;
   s.frameResolution[1] = scene_.settings.height;
-  const Vec3 t = normalize(sp.tangent - n * dot(sp.tangent, n));
-  const Vec3 b = cross(n, t);
-  t.store(s.tangentFrame);
-  b.store(s.tangentFrame + 3);
-  n.store(s.tangentFrame + 6);
   s.glossinessBias = scene_.settings.glossinessBias;
   s.frontFacing = front ? 1 : 0;
   s.reflectionAllowed = type.depth < scene_.settings.maxDepth ? 1 : 0;
   if (material.uvOffset >= 0) std::memcpy(s.varyings + material.uvOffset, sp.uv, sizeof sp.uv);
   if (material.colorOffset >= 0) std::memcpy(s.varyings + material.colorOffset, sp.color, sizeof sp.color);
+  // The tangent frame is for materials that work in it, which ask for the
+  // tangent or the bitangent; others get it zero.
+  if (material.tangentOffset < 0 && material.bitangentOffset < 0) return;
+  const Vec3 t = normalize(sp.tangent - n * dot(sp.tangent, n));
+  const Vec3 b = cross(n, t);
+  t.store(s.tangentFrame);
+  b.store(s.tangentFrame + 3);
+  n.store(s.tangentFrame + 6);
   if (material.tangentOffset >= 0) t.store(reinterpret_cast<float*>(s.varyings + material.tangentOffset));
   if (material.bitangentOffset >= 0) b.store(reinterpret_cast<float*>(s.varyings + material.bitangentOffset));
 }
@@ -490,7 +502,6 @@ Vec3 Integrator::directLight(const Material& material, ShadingState& state, cons
 bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& type, PathState& path,
                              LightContribution& out) const {
   const Light& light = scene_.lights[index];
-  ShadingState state = *vertex.state;
   const Vec3 x = vertex.position;
   Vec3 towards;               // unit, from the point towards the light
   Vec3 samplePosition;
@@ -561,6 +572,10 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
     }
   }
   if (!(dot(towards, vertex.geometricNormal) > 0.0f)) return false;  // below the surface
+  // The light is shaded in a copy of the surface's state (lights do not read
+  // the material's varyings, which are left out).
+  ShadingState state;
+  std::memcpy(&state, vertex.state, offsetof(ShadingState, varyings));
   samplePosition.store(state.lightSamplePosition);
   axis.store(state.lightAxis);
   (-towards).store(state.lightDirection);
