@@ -1,11 +1,10 @@
 // kvi-render as schedulers and people drive it: parts of a frame rendered by
 // separate processes merge into the picture one process makes, and Ctrl-C
 // stops a render without writing anything.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <fcntl.h>
 
 #include <chrono>
 #include <cstring>
@@ -21,14 +20,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class CommandLineTest : public ::testing::Test {
+class CommandLineTest : public FolderTest {
  protected:
   void SetUp() override {
     KVI_REQUIRE_SHADERS("BasicMaterial", "PointLight");
-    dir_ = fs::path(::testing::TempDir()) / ("kvi_render_cli_" + std::to_string(::getpid()));
-    fs::create_directories(dir_);
+    FolderTest::SetUp();
   }
-  void TearDown() override { fs::remove_all(dir_); }
 
   // A small lit scene with diffuse interreflection, so that every pixel
   // takes paths of several bounces.
@@ -44,9 +41,6 @@ class CommandLineTest : public ::testing::Test {
     std::ofstream(path) << scene.dump();
     return path.string();
   }
-  std::string at(const std::string& name) const { return (dir_ / name).string(); }
-
-  fs::path dir_;
 };
 
 // Merges the four parts of a kind that GNU parallel rendered.

@@ -1,6 +1,7 @@
 #include "render_support.h"
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 
@@ -50,5 +51,14 @@ RunResult runRenderer(const std::string& arguments) {
   run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
 }
+
+void FolderTest::SetUp() {
+  const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
+  dir_ = std::filesystem::path(::testing::TempDir()) /
+         ("kvi_render_" + std::string(test->name()) + "_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir_);
+}
+
+void FolderTest::TearDown() { std::filesystem::remove_all(dir_); }
 
 }  // namespace kvi::render::test

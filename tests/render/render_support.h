@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -39,6 +40,16 @@ struct RunResult {
   std::string output;
 };
 RunResult runRenderer(const std::string& arguments);
+
+// A test with a folder of its own for the files it writes, removed after it.
+class FolderTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::string at(const std::string& name) const { return (dir_ / name).string(); }
+
+  std::filesystem::path dir_;
+};
 
 }  // namespace kvi::render::test
 

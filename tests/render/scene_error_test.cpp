@@ -13,11 +13,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class SceneErrorTest : public ::testing::Test {
+class SceneErrorTest : public FolderTest {
  protected:
   void SetUp() override {
     KVI_REQUIRE_SHADERS("BasicMaterial");
-    dir_ = fs::path(::testing::TempDir()) / ("kvi_render_errors_" + std::to_string(::getpid()));
+    FolderTest::SetUp();
     fs::create_directories(dir_ / "folder.obj");
     fs::create_directories(dir_ / "folder.png");
     write("empty.obj", "");
@@ -27,7 +27,6 @@ class SceneErrorTest : public ::testing::Test {
     write("corrupt.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR\x01\x02", 18) + std::string(64, '\x5a'));
     write("huge.ppm", "P6\n60000 60000\n255\nabc");  // the header alone claims 10 GB
   }
-  void TearDown() override { fs::remove_all(dir_); }
 
   std::string write(const std::string& name, const std::string& text) {
     const fs::path path = dir_ / name;
@@ -37,9 +36,8 @@ class SceneErrorTest : public ::testing::Test {
   // Renders a scene to name.png in the test folder.
   RunResult render(const std::string& name, const std::string& scene, const std::string& extra = "") {
     const std::string path = write(name + ".json", scene);
-    return runRenderer(path + " --output " + (dir_ / (name + ".png")).string() + " " + extra);
+    return runRenderer(path + " --output " + at(name + ".png") + " " + extra);
   }
-  fs::path dir_;
 };
 
 // A scene with one sphere whose material parameters are given.
