@@ -254,7 +254,7 @@ void warnAboutSamples(const kvi::render::RenderStats& stats) {
 }
 
 int interrupted(const std::string& what) {
-  std::cerr << "kvi-render: interrupted while rendering " << what << "; nothing written\n";
+  std::cerr << "kvi-render: interrupted while " << what << "; nothing written\n";
   return kInterruptedExit;
 }
 
@@ -298,7 +298,7 @@ int renderScene(const Options& o, std::shared_ptr<const kvi::render::ShaderLibra
   options.progress = bar.callback();
   const auto result = kvi::render::render(*scene, options);
   bar.finish(result.interrupted);
-  if (result.interrupted) return interrupted(label);
+  if (result.interrupted) return interrupted("rendering " + label);
   kvi::render::writeFilm(o.output, result.film, *scene);
   warnAboutSamples(result.stats);
   if (!o.quiet) std::cout << kvi::render::summary(result, *scene) << " -> " << o.output << "\n";
@@ -319,7 +319,7 @@ int renderGallery(const Options& o, std::shared_ptr<const kvi::render::ShaderLib
   g.progress = bar.callback();
   const auto report = kvi::render::renderGallery(library, g);
   bar.finish(report.interrupted);
-  if (report.interrupted) return interrupted("the gallery");
+  if (report.interrupted) return interrupted("rendering the gallery");
   warnAboutSamples(report.stats);
   if (!o.quiet) std::cout << report.text << "\n";
   return 0;
@@ -332,6 +332,7 @@ int mergeParts(const Options& o) {
     throw std::runtime_error("cannot write '" + output + "': a merge keeps linear colour, name an .exr file");
   const std::vector<std::string> parts(o.merge.begin() + 1, o.merge.end());
   const kvi::render::FloatImage merged = kvi::render::mergeParts(parts);
+  if (gInterrupted) return interrupted("merging");
   kvi::render::writeFloatImage(output, merged);
   if (!o.quiet) {
     std::cout << "merged " << parts.size() << (parts.size() == 1 ? " part" : " parts") << " into pixels " << merged.x0
