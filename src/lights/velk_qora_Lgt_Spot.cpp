@@ -13,7 +13,8 @@
 //
 // "intensity" is the intensity on the axis (W/sr), or with "units" 1 the power
 // sent into the whole cone (W), divided by the cone profile's solid angle
-// 2 pi ((1 - cos inner) + (cos inner - cos outer) / 2). Angles are clamped to
+// 2 pi ((1 - cos inner) + (cos inner - cos outer) / 2) (a cone of no solid angle
+// is dark then). Angles are clamped to
 // [0, 90] degrees; a negative penumbra makes a hard edge. Where the light is
 // 0 (outside the cone, behind the disk) no shadow is asked.
 #include <cmath>
@@ -64,8 +65,10 @@ class velk_qora_Lgt_Spot final : public ShaderImpl<LightShader> {
     cosOuter_ = std::fmax(0.0f, std::cos(outer * kRadiansPerDegree));
     const float span = cosInner_ - cosOuter_;
     inverseSpan_ = span > 0.0f ? 1.0f / span : 0.0f;
-    // The cone profile integrates to 2 pi ((1 - cos inner) + span / 2).
-    unitScale_ = units == 1 ? 1.0f / (kTwoPiF * ((1.0f - cosInner_) + 0.5f * span)) : 1.0f;
+    // The cone profile integrates to 2 pi ((1 - cos inner) + span / 2); a
+    // cone without a solid angle sends its power nowhere.
+    const float solidAngle = kTwoPiF * ((1.0f - cosInner_) + 0.5f * span);
+    unitScale_ = units != 1 ? 1.0f : solidAngle > 0.0f ? 1.0f / solidAngle : 0.0f;
   }
 
  private:
