@@ -502,7 +502,9 @@ TEST(PhysicalSpot, ProfileIsFullInTheConeFallsMonotonicallyAndIntegratesToThePow
         previous = profile;
         power += 2 * kPiD * profile * 2.0 * std::sin(a) * (0.05 * kPiD / 180);
       }
-      if (units == 1 && c.outer > 0) EXPECT_NEAR(power, 2.0, 0.02);
+      if (units == 1 && c.outer > 0) {
+        EXPECT_NEAR(power, 2.0, 0.02);
+      }
     }
   // With a radius the sample moves onto the disk facing along the axis, and
   // the falloff is measured from there.
