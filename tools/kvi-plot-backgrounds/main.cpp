@@ -90,6 +90,25 @@ struct Shader {
   void apply() { block.applyTo(object.get()); }
 };
 
+// A background seen by camera rays over a width x height frame, one ray per
+// pixel centre; `store` turns each result into the picture's pixel.
+template <class Store>
+Image screenImage(Shader& background, int width, int height, Store store) {
+  kvi::host::BaseContext camera;
+  Image image(width, height);
+  kvi::ShadingState state = kvi::host::zeroState();
+  state.frameResolution[0] = width;
+  state.frameResolution[1] = height;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      state.rasterPosition[0] = x + 0.5f;
+      state.rasterPosition[1] = y + 0.5f;
+      background.shade(state, camera);
+      store(state, image.at(x, y));
+    }
+  return image;
+}
+
 // --- the sky -------------------------------------------------------------
 
 struct SkySettings {
@@ -190,23 +209,13 @@ Image gradientImage(const kvi::host::Module& module, const GradientSettings& g, 
   setGradient(background.block, g);
   kvi::host::setToneMapParameters(background.block, tone);
   background.apply();
-  kvi::host::BaseContext camera;
-  Image image(width, height);
-  kvi::ShadingState state = kvi::host::zeroState();
-  state.frameResolution[0] = width;
-  state.frameResolution[1] = height;
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) {
-      state.rasterPosition[0] = x + 0.5f;
-      state.rasterPosition[1] = y + 0.5f;
-      background.shade(state, camera);
-      if (afterToneMapper)
-        kvi::host::toneMap(tone, image.at(x, y), state.surfaceResult, state.rasterPosition[0],
-                           state.rasterPosition[1], width, height);
-      else
-        std::memcpy(image.at(x, y), state.surfaceResult, 3 * sizeof(float));
-    }
-  return image;
+  return screenImage(background, width, height, [&](const kvi::ShadingState& state, float* pixel) {
+    if (afterToneMapper)
+      kvi::host::toneMap(tone, pixel, state.surfaceResult, state.rasterPosition[0], state.rasterPosition[1], width,
+                         height);
+    else
+      std::memcpy(pixel, state.surfaceResult, 3 * sizeof(float));
+  });
 }
 
 void plotGradient(const kvi::host::Module& module, const std::string& dir) {
@@ -268,18 +277,9 @@ void plotImageLayouts(const kvi::host::Module& module, const std::string& dir) {
     background.block.setColor3("imageResolution", {64.0f, 40.0f, 0.0f});
     background.block.setColor3("backgroundColor", {0.25f, 0.25f, 0.28f});
     background.apply();
-    kvi::host::BaseContext camera;
-    Image image(width, height);
-    kvi::ShadingState state = kvi::host::zeroState();
-    state.frameResolution[0] = width;
-    state.frameResolution[1] = height;
-    for (int y = 0; y < height; ++y)
-      for (int x = 0; x < width; ++x) {
-        state.rasterPosition[0] = x + 0.5f;
-        state.rasterPosition[1] = y + 0.5f;
-        background.shade(state, camera);
-        for (int c = 0; c < 3; ++c) image.at(x, y)[c] = std::pow(state.surfaceResult[c], 1.0f / 2.2f);
-      }
+    const Image image = screenImage(background, width, height, [](const kvi::ShadingState& state, float* pixel) {
+      for (int c = 0; c < 3; ++c) pixel[c] = std::pow(state.surfaceResult[c], 1.0f / 2.2f);
+    });
     tiles.push_back(image);
   }
   writePng(grid(tiles, 5), dir + "/image_layouts.png");

@@ -17,10 +17,7 @@ namespace kvi {
 // "use_environment_map" belong to the parameter interface only: declared and
 // copied, read by nothing.
 #define KVI_BASIC_MATERIAL_PARAMETERS(PARAM, VARYING)                                                               \
-  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                                 \
-  PARAM(Bool, u_globalClippingMapEnable,                                                                            \
-        doc("test the global clipping planes; hits on the cut side are removed"),                                   \
-        false)                                                                                                      \
+  KVI_BASIC_CLIPPING_PARAMETERS(PARAM)                                                                              \
   PARAM(Color3, diffuse, doc("diffuse colour (reflectance)", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})             \
   PARAM(Texture, diffuse_map, doc("diffuse texture"), unbound)                                                      \
   PARAM(Matrix4, diffuse_map_transform, doc("uv to texture coordinates, row vector (u, v, 1, 1)"), unset)           \
@@ -43,22 +40,10 @@ namespace kvi {
         doc("maps uv into the clip rectangle's unit square, row vector (u, v, 0, 1)"),                              \
         unset)                                                                                                      \
   PARAM(Bool, use_diffuse_vertex_color, doc("colour and coverage come from the vtxcolor varying"), false)           \
-  PARAM(Bool, use_extra_color_and_alpha, doc("allow the per-object colour and alpha to override"), false)           \
-  PARAM(Int, cull_mode,                                                                                             \
-        doc("face culling: 1 removes back faces, 2 front faces, other values nothing", "0, 1 or 2"),                \
-        0)                                                                                                          \
-  PARAM(Color4, u_extra_color_and_alpha,                                                                            \
-        doc("per-object colour and alpha (set by the host per object)", "0 to 1 per channel"),                      \
-        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                   \
-  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false) \
-  VARYING(Uv, uv, 0)                                                                                                \
-  VARYING(Color, vtxcolor, 8)
+  KVI_BASIC_CLOSING_PARAMETERS(PARAM, VARYING)
 
 class BasicMaterial final : public ShaderImpl<MaterialShader> {
-  KVI_SHADER_PARAMETERS(BasicMaterial,
-                        kOpTestCutout | kOpEvaluateRadiance | kOpShadeSurface | kOpShadowTransmission |
-                            kOpEvaluateBsdf | kOpSampleBsdf,
-                        KVI_BASIC_MATERIAL_PARAMETERS)
+  KVI_SHADER_PARAMETERS(BasicMaterial, basic::kSurfaceOperations, KVI_BASIC_MATERIAL_PARAMETERS)
 
   void shadeSurface(IShadingContext*, ShadingState*) override {}
 

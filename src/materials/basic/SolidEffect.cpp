@@ -9,7 +9,7 @@
 namespace kvi {
 
 #define KVI_SOLID_EFFECT_PARAMETERS(PARAM, VARYING)                                                      \
-  KVI_BASIC_EFFECT_CLIPPING_PARAMETERS(PARAM)                                                            \
+  KVI_BASIC_CLIPPING_PARAMETERS(PARAM)                                                            \
   PARAM(Color3, diffuse, doc("the colour: reflectance when lit, shown as it is when unlit", "0 to 1 per channel"), \
         {1.0f, 1.0f, 1.0f})                                                                              \
   KVI_BASIC_EFFECT_MAP_PARAMETERS(PARAM)                                                                 \
@@ -18,10 +18,7 @@ namespace kvi {
   KVI_BASIC_EFFECT_COMMON_PARAMETERS(PARAM, VARYING)
 
 class SolidEffect final : public basic::BasicEffect<SolidEffect> {
-  KVI_SHADER_PARAMETERS(SolidEffect,
-                        kOpTestCutout | kOpEvaluateRadiance | kOpShadeSurface | kOpShadowTransmission |
-                            kOpEvaluateBsdf | kOpSampleBsdf,
-                        KVI_SOLID_EFFECT_PARAMETERS)
+  KVI_SHADER_PARAMETERS(SolidEffect, basic::kSurfaceOperations, KVI_SOLID_EFFECT_PARAMETERS)
 
   // The colour never comes from the vertices.
   static constexpr uint8_t use_diffuse_vertex_color = 0;

@@ -10,15 +10,12 @@
 namespace kvi {
 
 #define KVI_VERTEX_COLOR_EFFECT_PARAMETERS(PARAM, VARYING) \
-  KVI_BASIC_EFFECT_CLIPPING_PARAMETERS(PARAM)              \
+  KVI_BASIC_CLIPPING_PARAMETERS(PARAM)              \
   KVI_BASIC_EFFECT_MAP_PARAMETERS(PARAM)                   \
   KVI_BASIC_EFFECT_COMMON_PARAMETERS(PARAM, VARYING)
 
 class VertexColorEffect final : public basic::BasicEffect<VertexColorEffect> {
-  KVI_SHADER_PARAMETERS(VertexColorEffect,
-                        kOpTestCutout | kOpEvaluateRadiance | kOpShadeSurface | kOpShadowTransmission |
-                            kOpEvaluateBsdf | kOpSampleBsdf,
-                        KVI_VERTEX_COLOR_EFFECT_PARAMETERS)
+  KVI_SHADER_PARAMETERS(VertexColorEffect, basic::kSurfaceOperations, KVI_VERTEX_COLOR_EFFECT_PARAMETERS)
 
   // The colour and coverage always come from the vertices, and the texture
   // always multiplies them.

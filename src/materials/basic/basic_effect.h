@@ -15,14 +15,9 @@
 
 namespace kvi::basic {
 
-// The parameters both effects declare first (cut-outs) and last (emission,
-// culling, per-object colour, unlit), around their own colour parameters.
-#define KVI_BASIC_EFFECT_CLIPPING_PARAMETERS(PARAM)                                 \
-  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound) \
-  PARAM(Bool, u_globalClippingMapEnable,                                            \
-        doc("test the global clipping planes; hits on the cut side are removed"),   \
-        false)
-
+// The parameters both effects declare around their own colour parameters:
+// the texture first, then emission, the uv clip and unlit before the
+// family's closing parameters.
 #define KVI_BASIC_EFFECT_MAP_PARAMETERS(PARAM)                                                               \
   PARAM(Texture, diffuse_map, doc("colour texture"), unbound)                                                \
   PARAM(Matrix4, diffuse_map_transform, doc("uv to texture coordinates, row vector (u, v, 1, 1)"),           \
@@ -31,26 +26,17 @@ namespace kvi::basic {
   PARAM(Bool, use_diffuse_map_alpha, doc("the texel's alpha multiplies the coverage"), false)                \
   PARAM(Color3, diffuse_map_tint, doc("multiplies the texel colour", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})
 
-#define KVI_BASIC_EFFECT_COMMON_PARAMETERS(PARAM, VARYING)                                                                  \
-  PARAM(Color3, emissive, doc("emitted radiance", "0 or more per channel", "radiance"), {0.0f, 0.0f, 0.0f})         \
-  PARAM(Bool, use_uv_clip, doc("cut away hits outside the uv clip rectangle"), false)                               \
-  PARAM(Matrix4, uv_clip_transform,                                                                                 \
-        doc("maps uv into the clip rectangle's unit square, row vector (u, v, 0, 1)"),                              \
-        {1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f})           \
-  PARAM(Bool, use_extra_color_and_alpha, doc("allow the per-object colour and alpha to override"), false)           \
-  PARAM(Int, cull_mode,                                                                                             \
-        doc("face culling: 1 removes back faces, 2 front faces, other values nothing", "0, 1 or 2"),                \
-        0)                                                                                                          \
-  PARAM(Color4, u_extra_color_and_alpha,                                                                            \
-        doc("per-object colour and alpha (set by the host per object)", "0 to 1 per channel"),                      \
-        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                   \
-  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false) \
-  PARAM(Bool, unlit,                                                                                                \
-        doc("show the colour as it is, to every ray, instead of reflecting light; an unlit surface reflects "      \
-            "nothing"),                                                                                             \
-        false)                                                                                                      \
-  VARYING(Uv, uv, 0)                                                                                                \
-  VARYING(Color, vtxcolor, 8)
+#define KVI_BASIC_EFFECT_COMMON_PARAMETERS(PARAM, VARYING)                                                     \
+  PARAM(Color3, emissive, doc("emitted radiance", "0 or more per channel", "radiance"), {0.0f, 0.0f, 0.0f})    \
+  PARAM(Bool, use_uv_clip, doc("cut away hits outside the uv clip rectangle"), false)                          \
+  PARAM(Matrix4, uv_clip_transform,                                                                            \
+        doc("maps uv into the clip rectangle's unit square, row vector (u, v, 0, 1)"),                         \
+        {1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 0.0f, 1.0f})      \
+  PARAM(Bool, unlit,                                                                                           \
+        doc("show the colour as it is, to every ray, instead of reflecting light; an unlit surface reflects " \
+            "nothing"),                                                                                        \
+        false)                                                                                                 \
+  KVI_BASIC_CLOSING_PARAMETERS(PARAM, VARYING)
 
 template <class Effect>
 class BasicEffect : public ShaderImpl<MaterialShader> {

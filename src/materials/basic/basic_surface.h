@@ -14,14 +14,41 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "frame/surface.h"
 #include "kvi/context.h"
+#include "kvi/shader.h"
 #include "kvi/state.h"
 #include "materials/basic/basic_common.h"
 
+// The parameters every member of the family opens with (the global clipping
+// planes) and ends with (the per-object colour and culling, then the two
+// varyings), in that order.
+#define KVI_BASIC_CLIPPING_PARAMETERS(PARAM)                                        \
+  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound) \
+  PARAM(Bool, u_globalClippingMapEnable,                                            \
+        doc("test the global clipping planes; hits on the cut side are removed"),   \
+        false)
+
+#define KVI_BASIC_CLOSING_PARAMETERS(PARAM, VARYING)                                                                \
+  PARAM(Bool, use_extra_color_and_alpha, doc("allow the per-object colour and alpha to override"), false)           \
+  PARAM(Int, cull_mode,                                                                                             \
+        doc("face culling: 1 removes back faces, 2 front faces, other values nothing", "0, 1 or 2"),                \
+        0)                                                                                                          \
+  PARAM(Color4, u_extra_color_and_alpha,                                                                            \
+        doc("per-object colour and alpha (set by the host per object)", "0 to 1 per channel"),                      \
+        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                   \
+  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false) \
+  VARYING(Uv, uv, 0)                                                                                                \
+  VARYING(Color, vtxcolor, 8)
+
 namespace kvi::basic {
+
+// All six material operations: every member of the family but PhongReflective.
+inline constexpr uint32_t kSurfaceOperations = kOpTestCutout | kOpEvaluateRadiance | kOpShadeSurface |
+                                               kOpShadowTransmission | kOpEvaluateBsdf | kOpSampleBsdf;
 
 inline constexpr float kTwoPi = 6.283186f;
 inline constexpr float kInvPi = 0.31830984f;  // 0x3EA2F982, the factor of the evaluated BSDF and the gathered light
