@@ -98,8 +98,15 @@ TEST_F(SceneErrorTest, BadScenesAreRefusedWithOneLineNamingTheFileAndThePlace) {
        "/objects/0/material/parameters/difuse", "has no parameter 'difuse'"},
       {"wrong_kind", sphereWith(R"({"shader": "BasicMaterial", "parameters": {"diffuse": "red"}})"),
        "/objects/0/material/parameters/diffuse", "expected a color3 (an array of 3 numbers)"},
+      {"wrong_shape", sphereWith(R"({"shader": "BasicMaterial", "parameters": {"diffuse": [1, 0]}})"),
+       "/objects/0/material/parameters/diffuse", "got an array of 2 numbers"},
       {"wrong_element", sphereWith(R"({"shader": "BasicMaterial", "parameters": {"shininess": true}})"),
        "/objects/0/material/parameters/shininess", "expected a float"},
+      {"malformed_web",
+       sphereWith(R"({"shader": "BasicMaterial"})",
+                  R"("textures": {"web": {"ies_text": "IESNA:LM-63-2002\nTILT=NONE\n1 -1 1 2 1 1 2 0 0 0\n1 1 10\n0 90\n0\n5"}},
+                     "lights": [{"shader": "velk_qora_Lgt_PhotometricWeb", "position": [0, 2, 0], "parameters": {"web": "web"}}], )"),
+       "/textures/web/ies_text", "<ies_text>:7: the file ends where a candela value"},
   };
   for (const BadScene& c : cases) {
     SCOPED_TRACE(c.name);
