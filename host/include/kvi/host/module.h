@@ -66,8 +66,9 @@ class Module {
 // within the file.
 std::vector<std::string> exportedShaderNames(const std::string& path);
 
-// The module built with this host, as configured at build time (may be
-// overridden by the KVI_MODULE environment variable).
+// The module to open when the user names none: the KVI_MODULE environment
+// variable, else the module beside the running program (../lib, as in the
+// build tree and an installation), else where this project installs it.
 std::string defaultModulePath();
 
 }  // namespace kvi::host
