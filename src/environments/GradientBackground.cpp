@@ -11,14 +11,22 @@
 
 namespace kvi {
 
-#define KVI_GRADIENT_BACKGROUND_PARAMETERS(PARAM, VARYING)    \
-  KVI_TONE_MAPPING_PARAMETERS(PARAM, VARYING)                 \
-  PARAM(Bool, twoColorsOnly, true)                            \
-  PARAM(Color3, backgroundTopColor, {0.7f, 0.7f, 0.7f})       \
-  PARAM(Color3, backgroundBottomColor, {0.7f, 0.7f, 0.7f})    \
-  PARAM(Color3, backgroundMiddleColor, {0.7f, 0.7f, 0.7f})    \
-  PARAM(Color3, backgroundColor, {0.7f, 0.7f, 0.7f})          \
-  PARAM(Float, rotationAngle, 0.0f)
+#define KVI_GRADIENT_BACKGROUND_PARAMETERS(PARAM, VARYING)                                               \
+  KVI_TONE_MAPPING_PARAMETERS(PARAM, VARYING)                                                            \
+  PARAM(Bool, twoColorsOnly, doc("two colours (top, bottom); false: three (top, middle, bottom)"), true) \
+  PARAM(Color3, backgroundTopColor,                                                                      \
+        doc("colour at the top of the picture", "0 to 1 per channel", "display colour"),                 \
+        {0.7f, 0.7f, 0.7f})                                                                              \
+  PARAM(Color3, backgroundBottomColor,                                                                   \
+        doc("colour at the bottom of the picture", "0 to 1 per channel", "display colour"),              \
+        {0.7f, 0.7f, 0.7f})                                                                              \
+  PARAM(Color3, backgroundMiddleColor,                                                                   \
+        doc("colour in the middle (three colours)", "0 to 1 per channel", "display colour"),             \
+        {0.7f, 0.7f, 0.7f})                                                                              \
+  PARAM(Color3, backgroundColor,                                                                         \
+        doc("flat colour shown to rays that are not camera rays", "0 or more per channel", "radiance"),  \
+        {0.7f, 0.7f, 0.7f})                                                                              \
+  PARAM(Float, rotationAngle, doc("turn of the gradient about the view axis", "any", "radians"), 0.0f)
 
 class GradientBackground final : public ShaderImpl<EnvironmentShader> {
   KVI_SHADER_PARAMETERS(GradientBackground, kOpEnvironmentShade, KVI_GRADIENT_BACKGROUND_PARAMETERS)

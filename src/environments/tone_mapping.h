@@ -17,25 +17,29 @@
 //
 //   #define KVI_MY_BACKGROUND_PARAMETERS(PARAM, VARYING)  (backslash)
 //     KVI_TONE_MAPPING_PARAMETERS(PARAM, VARYING)          (backslash)
-//     PARAM(Color3, backgroundColor, {0.7f, 0.7f, 0.7f})
+//     PARAM(Color3, backgroundColor, doc("flat colour shown to rays that are not camera rays", "0 or more per channel", "radiance"), {0.7f, 0.7f, 0.7f})
 //
 // The host always supplies the first twelve before shading; they are zeroed
 // here so that an object shaded too early reads zeros rather than stale
 // memory. "u_hasLightRepresentation" defaults to false in every background.
-#define KVI_TONE_MAPPING_PARAMETERS(PARAM, VARYING) \
-  PARAM(Bool, u_tm_enabled, false)                  \
-  PARAM(Int, u_tm_type, 0)                          \
-  PARAM(Float, u_tm_exposure, 0.0f)                 \
-  PARAM(Color3, u_tm_whiteColor, {0.0f, 0.0f, 0.0f}) \
-  PARAM(Float, u_tm_vignetting, 0.0f)               \
-  PARAM(Float, u_tm_crushBlacks, 0.0f)              \
-  PARAM(Float, u_tm_burnHighlightsInv, 0.0f)        \
-  PARAM(Float, u_tm_saturation, 0.0f)               \
-  PARAM(Float, u_tm_gamma, 0.0f)                    \
-  PARAM(Float, u_cam_imagePlaneWidth, 0.0f)         \
-  PARAM(Float, u_cam_imagePlaneHeight, 0.0f)        \
-  PARAM(Float, u_cam_focalDistance, 0.0f)           \
-  PARAM(Bool, u_hasLightRepresentation, false)
+#define KVI_TONE_MAPPING_PARAMETERS(PARAM, VARYING)                                                                    \
+  PARAM(Bool, u_tm_enabled, doc("the host's tone mapper is active"), false)                                            \
+  PARAM(Int, u_tm_type, doc("tone-mapper kind; only type 1 is undone", "0 or 1"), 0)                                   \
+  PARAM(Float, u_tm_exposure, doc("exposure E", "any", "stops"), 0.0f)                                                 \
+  PARAM(Color3, u_tm_whiteColor, doc("white balance (wr, wg, wb)", "0 or more per channel"), {0.0f, 0.0f, 0.0f})       \
+  PARAM(Float, u_tm_vignetting, doc("vignetting exponent V; 0 or less: none", "0 or more"), 0.0f)                      \
+  PARAM(Float, u_tm_crushBlacks, doc("crush-blacks amount K", "0 to 1"), 0.0f)                                         \
+  PARAM(Float, u_tm_burnHighlightsInv, doc("burn-highlights parameter B", "0 or more"), 0.0f)                          \
+  PARAM(Float, u_tm_saturation, doc("saturation S", "0 or more"), 0.0f)                                                \
+  PARAM(Float, u_tm_gamma, doc("display gamma G", "more than 0"), 0.0f)                                                \
+  PARAM(Float, u_cam_imagePlaneWidth,                                                                                  \
+        doc("width of the camera's image plane, in scene units", "more than 0", "scene units"),                        \
+        0.0f)                                                                                                          \
+  PARAM(Float, u_cam_imagePlaneHeight, doc("height of the camera's image plane", "more than 0", "scene units"), 0.0f)  \
+  PARAM(Float, u_cam_focalDistance,                                                                                    \
+        doc("distance F from the eye to the image plane", "more than 0", "scene units"),                               \
+        0.0f)                                                                                                          \
+  PARAM(Bool, u_hasLightRepresentation, doc("a light stands for this background: illumination rays see black"), false)
 
 namespace kvi::tone_mapping {
 

@@ -16,30 +16,46 @@
 
 namespace kvi {
 
-#define KVI_ENV_SKY_PARAMETERS(PARAM, VARYING)                                      \
-  PARAM(Color4, ground_color, {0.2f, 0.2f, 0.2f, 1.0f})                             \
-  PARAM(Float, haze, 0.0f)                                                          \
-  PARAM(Float, horizon_height, 0.0f)                                                \
-  PARAM(Float, saturation, 1.0f)                                                    \
-  PARAM(Float, horizon_blur, 0.1f)                                                  \
-  PARAM(Bool, y_is_up, true)                                                        \
-  PARAM(Bool, backgroundOn, true)                                                   \
-  PARAM(Bool, illuminationOn, true)                                                 \
-  PARAM(Float, multiplier, 1.0f)                                                    \
-  PARAM(Color4, rgb_unit_conversion, {0.000666667f, 0.000666667f, 0.000666667f, 1.0f}) \
-  PARAM(Float, sun_disk_scale, 1.0f)                                                \
-  PARAM(Float, sun_disk_intensity, 1.0f)                                            \
-  PARAM(Float, sun_glow_intensity, 1.0f)                                            \
-  PARAM(Float, redblueshift, 0.0f)                                                  \
-  PARAM(Color4, night_color, {0.2f, 0.2f, 0.2f, 1.0f})                              \
-  PARAM(Color4, sun_color, {1.0f, 1.0f, 1.0f, 1.0f})                                \
-  PARAM(Float, sun_region, 0.998919129f)                                            \
-  PARAM(Float, horizon_region, 0.008726646f)                                        \
-  PARAM(Color3, adj_sun_direction, unset)                                           \
-  PARAM(Float, ground_factor, 1.0f)                                                 \
-  PARAM(Bool, use_sky_map, false)                                                   \
-  PARAM(EnvironmentMap, sky_map, unbound)                                           \
-  PARAM(Bool, u_hasLightRepresentation, true)
+#define KVI_ENV_SKY_PARAMETERS(PARAM, VARYING)                                                                        \
+  PARAM(Color4, ground_color, doc("ground tint", "0 to 1 per channel"), {0.2f, 0.2f, 0.2f, 1.0f})                     \
+  PARAM(Float, haze, doc("haze; turbidity T = haze + 2 (at least 2)", "0 to 15"), 0.0f)                               \
+  PARAM(Float, horizon_height,                                                                                        \
+        doc("horizon shift, in tenths of the up component", "-10 to 10", "tenths of the up component"),               \
+        0.0f)                                                                                                         \
+  PARAM(Float, saturation, doc("colour saturation", "0 to 2"), 1.0f)                                                  \
+  PARAM(Float, horizon_blur,                                                                                          \
+        doc("width of the sky-to-ground blend, in tenths of the up component",                                        \
+            "0 to 10",                                                                                                \
+            "tenths of the up component"),                                                                            \
+        0.1f)                                                                                                         \
+  PARAM(Bool, y_is_up, doc("the scene's up axis is y (else z)"), true)                                                \
+  PARAM(Bool, backgroundOn, doc("the sky is visible at all"), true)                                                   \
+  PARAM(Bool, illuminationOn, doc("the sky answers illumination rays (kind 8)"), true)                                \
+  PARAM(Float, multiplier, doc("overall intensity", "0 or more"), 1.0f)                                               \
+  PARAM(Color4, rgb_unit_conversion,                                                                                  \
+        doc("photometric to RGB scale (1/1500); a negative red gives 1.25e-5 for all",                                \
+            "more than 0 per channel",                                                                                \
+            "RGB per cd/m²"),                                                                                         \
+        {0.000666667f, 0.000666667f, 0.000666667f, 1.0f})                                                             \
+  PARAM(Float, sun_disk_scale, doc("size of the sun glow", "0 or more"), 1.0f)                                        \
+  PARAM(Float, sun_disk_intensity, doc("gates the sun glow (must be above 0)", "0 or more"), 1.0f)                    \
+  PARAM(Float, sun_glow_intensity, doc("weight of the glow", "0 or more"), 1.0f)                                      \
+  PARAM(Float, redblueshift, doc("red up and blue down by this fraction", "-1 to 1"), 0.0f)                           \
+  PARAM(Color4, night_color, doc("minimum sky colour", "0 or more per channel"), {0.2f, 0.2f, 0.2f, 1.0f})            \
+  PARAM(Color4, sun_color, doc("tint of the sun's colour", "0 or more per channel"), {1.0f, 1.0f, 1.0f, 1.0f})        \
+  PARAM(Float, sun_region,                                                                                            \
+        doc("cosine of the angle around the sun where camera rays ignore the sky map", "-1 to 1", "cosine"),          \
+        0.998919129f)                                                                                                 \
+  PARAM(Float, horizon_region,                                                                                        \
+        doc("half-height of the horizon band where camera rays ignore the sky map", "0 to 1", "up component"),        \
+        0.008726646f)                                                                                                 \
+  PARAM(Color3, adj_sun_direction,                                                                                    \
+        doc("unit direction towards the sun, in the sky's z-up frame; used as given", "unit vector"),                 \
+        unset)                                                                                                        \
+  PARAM(Float, ground_factor, doc("scales the sky colour when below 1", "0 to 1"), 1.0f)                              \
+  PARAM(Bool, use_sky_map, doc("show sky_map instead of the analytic sky"), false)                                    \
+  PARAM(EnvironmentMap, sky_map, doc("the user sky map, sampled with the ray direction"), unbound)                    \
+  PARAM(Bool, u_hasLightRepresentation, doc("a light stands for this background: illumination rays see black"), true)
 
 namespace sky {
 namespace {

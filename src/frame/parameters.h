@@ -2,9 +2,9 @@
 //
 // A shader lists its parameters in a single X-macro, in declaration order:
 //
-//   #define KVI_DIRECTIONAL_LIGHT_PARAMETERS(PARAM, VARYING)  (backslash)
-//     PARAM(Color3, color, {0.5f, 0.1f, 1.0f})                (backslash)
-//     PARAM(Bool, castShadows, true)
+//   #define KVI_DIRECTIONAL_LIGHT_PARAMETERS(PARAM, VARYING)                        (backslash)
+//     PARAM(Color3, color, doc("irradiance", "0 or more per channel"), {0.5f, 0.1f, 1.0f}) (backslash)
+//     PARAM(Bool, castShadows, doc("ask the host for the shadow"), true)
 //
 // and expands it inside its class with KVI_SHADER_PARAMETERS:
 //
@@ -16,14 +16,19 @@
 // From that one list follow the parameter fields (public, in declaration
 // order, directly after the table of virtual operations), the constructor
 // that stores the defaults, declareParameters (beginParameters, one bind per
-// parameter and the varying requests, in list order) and setParameters (a
+// parameter and the varying requests, in list order), setParameters (a
 // whole copy of every parameter field from the same offset of the block, and
-// nothing else, followed by the class's deriveCachedValues()).
+// nothing else, followed by the class's deriveCachedValues()) and the
+// parameters' documentation (kParameterDocs, which the build turns into the
+// metadata file installed beside the module and the parameter reference).
 //
-// PARAM(Kind, name, default): Kind is one of the ParameterKind names below;
-// the field bears the host-visible parameter name. The default is a value or
-// braced list of the field's type, `unset` for a field the constructor leaves
-// alone, or `unbound` for texture references (null sampler, slot -1).
+// PARAM(Kind, name, doc(meaning, range, unit), default): Kind is one of the
+// ParameterKind names below; the field bears the host-visible parameter name.
+// doc() says what the parameter means, the values it takes and their unit;
+// range and unit may be left out where the kind says all (textures, flags).
+// The default is a value or braced list of the field's type, `unset` for a
+// field the constructor leaves alone, or `unbound` for texture references
+// (null sampler, slot -1).
 // VARYING(Kind, name, offset): a requestVarying call, Kind one of Uv, Vector,
 // Color.
 //
@@ -32,6 +37,7 @@
 // from the freshly copied parameters (ShaderImpl's version does nothing).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -39,6 +45,32 @@
 #include "kvi/shader.h"
 
 namespace kvi {
+
+// What a parameter means, the values it takes and their unit, for hosts and
+// their users. Compile-time text only: nothing of it is read while shading.
+struct ParameterDoc {
+  const char* meaning;
+  const char* range;
+  const char* unit;
+};
+
+constexpr ParameterDoc doc(const char* meaning, const char* range = "", const char* unit = "") {
+  return ParameterDoc{meaning, range, unit};
+}
+
+// One entry of a shader's parameter documentation: the host-visible name, the
+// parameter kind's name (a ParameterKind below) and its ParameterDoc.
+struct ParameterDocEntry {
+  const char* name;
+  const char* kind;
+  ParameterDoc doc;
+};
+
+// A shader's documentation table, in declaration order.
+struct ParameterDocTable {
+  const ParameterDocEntry* entries;
+  size_t count;
+};
 
 // The field type of each parameter kind and the binder operation that
 // announces it.
@@ -143,14 +175,15 @@ class ShaderImpl : public KindBase {
 
 }  // namespace kvi
 
-#define KVI_PARAMETER_FIELD_(Kind, name, ...) ::kvi::parameter_kind::Kind::Field name;
-#define KVI_PARAMETER_DEFAULT_(Kind, name, ...)         \
+#define KVI_PARAMETER_FIELD_(Kind, name, doc, ...) ::kvi::parameter_kind::Kind::Field name;
+#define KVI_PARAMETER_DEFAULT_(Kind, name, doc, ...)    \
   {                                                     \
     using namespace ::kvi::parameter_default;           \
     ::kvi::parameter_default::assign(name, __VA_ARGS__); \
   }
-#define KVI_PARAMETER_BIND_(Kind, name, ...) ::kvi::parameter_kind::Kind::bind(binder, this, #name, name);
-#define KVI_PARAMETER_COPY_(Kind, name, ...) ::kvi::copyParameterField(name, this, block);
+#define KVI_PARAMETER_BIND_(Kind, name, doc, ...) ::kvi::parameter_kind::Kind::bind(binder, this, #name, name);
+#define KVI_PARAMETER_COPY_(Kind, name, doc, ...) ::kvi::copyParameterField(name, this, block);
+#define KVI_PARAMETER_DOC_(Kind, name, documentation, ...) ::kvi::ParameterDocEntry{#name, #Kind, documentation},
 #define KVI_VARYING_REQUEST_(Kind, name, offset) \
   binder->requestVarying(this, ::kvi::kVarying##Kind, #name, offset);
 #define KVI_IGNORE_(...)
@@ -167,5 +200,8 @@ class ShaderImpl : public KindBase {
     LIST(KVI_PARAMETER_COPY_, KVI_IGNORE_)                                                 \
     deriveCachedValues();                                                                  \
   }                                                                                        \
+  /* The documentation of the parameters, ended by an entry without a name. */            \
+  static constexpr ::kvi::ParameterDocEntry kParameterDocs[] = {                           \
+      LIST(KVI_PARAMETER_DOC_, KVI_IGNORE_){nullptr, nullptr, ::kvi::doc("")}};            \
                                                                                            \
  public:

@@ -5,8 +5,10 @@
 // one line in its family's list.
 #pragma once
 
+#include <iterator>
 #include <new>
 
+#include "frame/parameters.h"
 #include "kvi/shader.h"
 #include "lights/shaders.h"
 #include "environments/shaders.h"
@@ -14,14 +16,20 @@
 
 #define KVI_SHADERS(X) KVI_LIGHT_SHADERS(X) KVI_ENVIRONMENT_SHADERS(X) KVI_BASIC_MATERIAL_SHADERS(X)
 
-// Defines the factory behind Name_create, in namespace kvi, in the shader's
-// own file: a new object with its defaults, or null (and no constructor run)
-// when the allocation fails.
-#define KVI_SHADER_FACTORY(Name) \
-  IShaderBase* create_##Name() { return new (std::nothrow) Name; }
+// Defines, in namespace kvi, in the shader's own file, the factory behind
+// Name_create (a new object with its defaults, or null, and no constructor
+// run, when the allocation fails) and the accessor of its parameter
+// documentation (read by the build's metadata generator, never by a host).
+#define KVI_SHADER_FACTORY(Name)                                       \
+  IShaderBase* create_##Name() { return new (std::nothrow) Name; }     \
+  ParameterDocTable parameterDocs_##Name() {                           \
+    return {Name::kParameterDocs, std::size(Name::kParameterDocs) - 1}; \
+  }
 
 namespace kvi {
-#define KVI_DECLARE_SHADER_FACTORY_(Name) IShaderBase* create_##Name();
+#define KVI_DECLARE_SHADER_FACTORY_(Name) \
+  IShaderBase* create_##Name();           \
+  ParameterDocTable parameterDocs_##Name();
 KVI_SHADERS(KVI_DECLARE_SHADER_FACTORY_)
 #undef KVI_DECLARE_SHADER_FACTORY_
 }  // namespace kvi

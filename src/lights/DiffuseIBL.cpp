@@ -11,10 +11,10 @@
 
 namespace kvi {
 
-#define KVI_DIFFUSE_IBL_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, gain, {1.0f, 1.0f, 1.0f})          \
-  PARAM(Matrix4, transform, unset)                 \
-  PARAM(EnvironmentMap, diffuseMap, unbound)
+#define KVI_DIFFUSE_IBL_PARAMETERS(PARAM, VARYING)                                                        \
+  PARAM(Color3, gain, doc("multiplier of the map's colour", "0 or more per channel"), {1.0f, 1.0f, 1.0f}) \
+  PARAM(Matrix4, transform, doc("orientation of the map; only the upper-left 3 × 3 acts"), unset)         \
+  PARAM(EnvironmentMap, diffuseMap, doc("the pre-filtered diffuse environment map"), unbound)
 
 class DiffuseIBL final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(DiffuseIBL, kOpLightShade, KVI_DIFFUSE_IBL_PARAMETERS)

@@ -7,9 +7,11 @@
 namespace kvi {
 
 // The violet default colour is the shader's own choice and is kept.
-#define KVI_DIRECTIONAL_LIGHT_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, color, {0.5f, 0.1f, 1.0f})               \
-  PARAM(Bool, castShadows, true)
+#define KVI_DIRECTIONAL_LIGHT_PARAMETERS(PARAM, VARYING)                                                      \
+  PARAM(Color3, color,                                                                                        \
+        doc("light colour: irradiance on a surface facing the light", "0 or more per channel", "irradiance"), \
+        {0.5f, 0.1f, 1.0f})                                                                                   \
+  PARAM(Bool, castShadows, doc("ask the host for the shadow"), true)
 
 class DirectionalLight final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(DirectionalLight, kOpLightShade, KVI_DIRECTIONAL_LIGHT_PARAMETERS)

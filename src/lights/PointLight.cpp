@@ -9,11 +9,19 @@
 namespace kvi {
 
 // The orange default colour is the shader's own choice and is kept.
-#define KVI_POINT_LIGHT_PARAMETERS(PARAM, VARYING)        \
-  PARAM(Color3, color, {1.0f, 0.5f, 0.1f})                \
-  PARAM(Color3, attenuationFactors, {1.0f, 0.0f, 0.0f})   \
-  PARAM(Bool, castShadows, true)                          \
-  PARAM(Float, farAttenuationEnd, 10000.0f)               \
+#define KVI_POINT_LIGHT_PARAMETERS(PARAM, VARYING)                                                                 \
+  PARAM(Color3, color,                                                                                             \
+        doc("irradiance at distances up to decayStartDistance; beyond it the decay law lowers it",                 \
+            "0 or more per channel", "irradiance"),                                                                \
+        {1.0f, 0.5f, 0.1f})                                                                                        \
+  PARAM(Color3, attenuationFactors,                                                                                \
+        doc("decay law flags (fx, fy, fz): fx = 1 no decay; else fz = 1 inverse square, otherwise inverse linear", \
+            "0 or 1 per flag"),                                                                                    \
+        {1.0f, 0.0f, 0.0f})                                                                                        \
+  PARAM(Bool, castShadows, doc("ask the host for the shadow"), true)                                               \
+  PARAM(Float, farAttenuationEnd,                                                                                  \
+        doc("distance where the far fade reaches 0", "more than farAttenuationStart", "scene units"),              \
+        10000.0f)                                                                                                  \
   KVI_ATTENUATION_PARAMETERS(PARAM)
 
 class PointLight final : public ShaderImpl<LightShader> {

@@ -10,13 +10,25 @@
 namespace kvi {
 
 // The greenish default colour is the shader's own choice and is kept.
-#define KVI_SPOT_LIGHT_PARAMETERS(PARAM, VARYING)         \
-  PARAM(Color3, color, {0.1f, 1.0f, 0.5f})                \
-  PARAM(Float, farAttenuationEnd, 10000.0f)               \
-  PARAM(Color3, attenuationFactors, {1.0f, 0.0f, 0.0f})   \
-  PARAM(Bool, castShadows, true)                          \
-  PARAM(Float, cosPenumbra, 0.9f)                         \
-  PARAM(Float, cosUmbra, 0.95f)                           \
+#define KVI_SPOT_LIGHT_PARAMETERS(PARAM, VARYING)                                                                  \
+  PARAM(Color3, color,                                                                                             \
+        doc("irradiance at distances up to decayStartDistance; beyond it the decay law lowers it",                 \
+            "0 or more per channel", "irradiance"),                                                                \
+        {0.1f, 1.0f, 0.5f})                                                                                        \
+  PARAM(Float, farAttenuationEnd,                                                                                  \
+        doc("distance where the far fade reaches 0", "more than farAttenuationStart", "scene units"),              \
+        10000.0f)                                                                                                  \
+  PARAM(Color3, attenuationFactors,                                                                                \
+        doc("decay law flags (fx, fy, fz): fx = 1 no decay; else fz = 1 inverse square, otherwise inverse linear", \
+            "0 or 1 per flag"),                                                                                    \
+        {1.0f, 0.0f, 0.0f})                                                                                        \
+  PARAM(Bool, castShadows, doc("ask the host for the shadow"), true)                                               \
+  PARAM(Float, cosPenumbra,                                                                                        \
+        doc("cosine of the outer cone half-angle: no light outside it", "-1 to 1, below cosUmbra"),                \
+        0.9f)                                                                                                      \
+  PARAM(Float, cosUmbra,                                                                                           \
+        doc("cosine of the inner cone half-angle: full light inside it", "-1 to 1, above cosPenumbra"),            \
+        0.95f)                                                                                                     \
   KVI_ATTENUATION_PARAMETERS(PARAM)
 
 class SpotLight final : public ShaderImpl<LightShader> {

@@ -13,14 +13,16 @@
 #include "lights/light_common.h"
 
 // The parameters both lights end their lists with, in their shared order.
-#define KVI_ATTENUATION_PARAMETERS(PARAM)    \
-  PARAM(Float, decayStartDistance, 1.0f)     \
-  PARAM(Bool, nearAttenuationOn, false)      \
-  PARAM(Float, nearAttenuationStart, 1.0f)   \
-  PARAM(Float, nearAttenuationEnd, 1.0f)     \
-  PARAM(Bool, farAttenuationOn, false)       \
-  PARAM(Float, farAttenuationStart, 1.0f)    \
-  PARAM(Float, unitMultiplier, 1.0f)
+#define KVI_ATTENUATION_PARAMETERS(PARAM)                                                                            \
+  PARAM(Float, decayStartDistance, doc("distance below which no decay applies", "0 or more", "scene units"), 1.0f)   \
+  PARAM(Bool, nearAttenuationOn, doc("enables the near fade"), false)                                                \
+  PARAM(Float, nearAttenuationStart, doc("distance where the near fade leaves 0", "0 or more", "scene units"), 1.0f) \
+  PARAM(Float, nearAttenuationEnd,                                                                                   \
+        doc("distance where the near fade reaches 1", "nearAttenuationStart or more", "scene units"),                \
+        1.0f)                                                                                                        \
+  PARAM(Bool, farAttenuationOn, doc("enables the far fade"), false)                                                  \
+  PARAM(Float, farAttenuationStart, doc("distance where the far fade leaves 1", "0 or more", "scene units"), 1.0f)   \
+  PARAM(Float, unitMultiplier, doc("scale applied to lightDistance before any falloff", "more than 0"), 1.0f)
 
 namespace kvi {
 

@@ -5,7 +5,12 @@
 #include "kvi/state.h"
 
 // AmbientLight and SimplePointLight have the same parameters: one white colour.
-#define KVI_COLOR_ONLY_LIGHT_PARAMETERS(PARAM, VARYING) PARAM(Color3, color, {1.0f, 1.0f, 1.0f})
+#define KVI_COLOR_ONLY_LIGHT_PARAMETERS(PARAM, VARYING)                                                  \
+  PARAM(Color3, color,                                                                                   \
+        doc("light colour without falloff: the ambient light's dome radiance, the simple point light's " \
+            "light at every distance",                                                                   \
+            "0 or more per channel"),                                                                    \
+        {1.0f, 1.0f, 1.0f})
 
 namespace kvi {
 

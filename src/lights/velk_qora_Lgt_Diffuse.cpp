@@ -15,22 +15,32 @@
 
 namespace kvi {
 
-#define KVI_LGT_DIFFUSE_PARAMETERS(PARAM, VARYING)  \
-  PARAM(Color3, color, {1.0f, 1.0f, 1.0f})          \
-  PARAM(Color3, integratedColor, {1.0f, 1.0f, 1.0f}) \
-  PARAM(Bool, cast_shadows, false)                  \
-  PARAM(Color3, shadowCol, {0.0f, 0.0f, 0.0f})      \
-  PARAM(Float, intensity, 1.0f)                     \
-  PARAM(Float, shadowDensity, 1.0f)                 \
-  PARAM(Bool, useShadowColMap, false)               \
-  PARAM(Bool, lightAffectShadowCol, false)          \
-  PARAM(Texture, shadowColMap, unbound)             \
-  PARAM(Bool, projMapOn, false)                     \
-  PARAM(Texture, projMap, unbound)                  \
-  PARAM(Float, exponentUnitsMultiplier, 1.0f)       \
-  PARAM(Float, exponent, 2.0f)                      \
-  PARAM(Float, exponentLowerClamp, unset)           \
-  PARAM(Float, exponentUpperClamp, 0.0f)
+#define KVI_LGT_DIFFUSE_PARAMETERS(PARAM, VARYING)                                                                  \
+  PARAM(Color3, color,                                                                                              \
+        doc("emitter colour, multiplied by intensity when shadows are cast", "0 or more per channel", "radiance"),  \
+        {1.0f, 1.0f, 1.0f})                                                                                         \
+  PARAM(Color3, integratedColor,                                                                                    \
+        doc("light colour used without shadows (intensity already included)", "0 or more per channel", "radiance"), \
+        {1.0f, 1.0f, 1.0f})                                                                                         \
+  PARAM(Bool, cast_shadows, doc("ask the host for the shadow"), false)                                              \
+  PARAM(Color3, shadowCol,                                                                                          \
+        doc("colour that shadowed light takes instead of black", "0 to 1 per channel"),                             \
+        {0.0f, 0.0f, 0.0f})                                                                                         \
+  PARAM(Float, intensity, doc("multiplier of color, only when shadows are cast", "0 or more"), 1.0f)                \
+  PARAM(Float, shadowDensity, doc("strength of the shadow; 0 none, 1 full", "0 to 1"), 1.0f)                        \
+  PARAM(Bool, useShadowColMap, doc("take the shadow colour from shadowColMap"), false)                              \
+  PARAM(Bool, lightAffectShadowCol, doc("the light colour also tints the shadow"), false)                           \
+  PARAM(Texture, shadowColMap, doc("shadow colour by direction (a cube map)"), unbound)                             \
+  PARAM(Bool, projMapOn, doc("colour the light by projMap"), false)                                                 \
+  PARAM(Texture, projMap, doc("projection colour by direction (a cube map)"), unbound)                              \
+  PARAM(Float, exponentUnitsMultiplier,                                                                             \
+        doc("scale applied to the distance before the falloff", "more than 0", "1/scene unit"),                     \
+        1.0f)                                                                                                       \
+  PARAM(Float, exponent, doc("power of the distance in the falloff; 2 is inverse square", "0 or more"), 2.0f)       \
+  PARAM(Float, exponentLowerClamp, doc("falloff value at distance 0 when clamping", "0 or more"), unset)            \
+  PARAM(Float, exponentUpperClamp,                                                                                  \
+        doc("falloff value above which the clamp applies; 0 is no clamp", "0 or more"),                             \
+        0.0f)
 
 class velk_qora_Lgt_Diffuse final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Lgt_Diffuse, kOpLightShade, KVI_LGT_DIFFUSE_PARAMETERS)

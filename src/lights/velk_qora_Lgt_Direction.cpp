@@ -7,10 +7,12 @@
 
 namespace kvi {
 
-#define KVI_LGT_DIRECTION_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, color, {1.0f, 1.0f, 1.0f})           \
-  PARAM(Float, intensity, 1.0f)                      \
-  PARAM(Bool, cast_shadows, true)
+#define KVI_LGT_DIRECTION_PARAMETERS(PARAM, VARYING)                                                    \
+  PARAM(Color3, color,                                                                                  \
+        doc("light colour", "0 or more per channel", "irradiance at normal incidence, with intensity"), \
+        {1.0f, 1.0f, 1.0f})                                                                             \
+  PARAM(Float, intensity, doc("scalar multiplier of color", "0 or more"), 1.0f)                         \
+  PARAM(Bool, cast_shadows, doc("ask the host for the shadow"), true)
 
 class velk_qora_Lgt_Direction final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Lgt_Direction, kOpLightShade, KVI_LGT_DIRECTION_PARAMETERS)

@@ -7,9 +7,9 @@
 
 namespace kvi {
 
-#define KVI_LGT_SKY_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, intensity, {1.0f, 1.0f, 1.0f}) \
-  PARAM(Bool, cast_shadows, true)
+#define KVI_LGT_SKY_PARAMETERS(PARAM, VARYING)                                                                       \
+  PARAM(Color3, intensity, doc("colour and strength of the sky light", "0 or more per channel"), {1.0f, 1.0f, 1.0f}) \
+  PARAM(Bool, cast_shadows, doc("ask the host for the shadow"), true)
 
 class velk_qora_Lgt_Sky final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Lgt_Sky, kOpLightShade, KVI_LGT_SKY_PARAMETERS)

@@ -53,32 +53,42 @@ void completeFrame(const float n[3], float t[3], float b[3]) {
 // for the host's first setParameters. "ambient", "environment_map" and
 // "use_environment_map" belong to the parameter interface only: declared and
 // copied, read by nothing.
-#define KVI_BASIC_MATERIAL_PARAMETERS(PARAM, VARYING)              \
-  PARAM(ClippingMap, u_globalClippingMap, unbound)                 \
-  PARAM(Bool, u_globalClippingMapEnable, false)                    \
-  PARAM(Color3, diffuse, {1.0f, 1.0f, 1.0f})                       \
-  PARAM(Texture, diffuse_map, unbound)                             \
-  PARAM(Matrix4, diffuse_map_transform, unset)                     \
-  PARAM(Bool, use_decal_mode, true)                                \
-  PARAM(Bool, use_diffuse_map, false)                              \
-  PARAM(Bool, use_diffuse_map_alpha, false)                        \
-  PARAM(Color3, diffuse_map_tint, unset)                           \
-  PARAM(Color3, specular, {1.0f, 1.0f, 1.0f})                      \
-  PARAM(Float, shininess, 32.0f)                                   \
-  PARAM(Color3, emissive, {0.0f, 0.0f, 0.0f})                      \
-  PARAM(Color3, ambient, {1.0f, 1.0f, 1.0f})                       \
-  PARAM(Float, opacity, 1.0f)                                      \
-  PARAM(EnvironmentMap, environment_map, unbound)                  \
-  PARAM(Bool, use_environment_map, false)                          \
-  PARAM(Float, reflection_blend, 0.0f)                             \
-  PARAM(Bool, use_uv_clip, false)                                  \
-  PARAM(Matrix4, uv_clip_transform, unset)                         \
-  PARAM(Bool, use_diffuse_vertex_color, false)                     \
-  PARAM(Bool, use_extra_color_and_alpha, false)                    \
-  PARAM(Int, cull_mode, 0)                                         \
-  PARAM(Color4, u_extra_color_and_alpha, {0.0f, 0.0f, 0.0f, 1.0f}) \
-  PARAM(Bool, u_extra_color_and_alpha_is_set, false)               \
-  VARYING(Uv, uv, 0)                                               \
+#define KVI_BASIC_MATERIAL_PARAMETERS(PARAM, VARYING)                                                               \
+  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                                 \
+  PARAM(Bool, u_globalClippingMapEnable,                                                                            \
+        doc("test the global clipping planes; hits on the cut side are removed"),                                   \
+        false)                                                                                                      \
+  PARAM(Color3, diffuse, doc("diffuse colour (reflectance)", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})             \
+  PARAM(Texture, diffuse_map, doc("diffuse texture"), unbound)                                                      \
+  PARAM(Matrix4, diffuse_map_transform, doc("uv to texture coordinates, row vector (u, v, 1, 1)"), unset)           \
+  PARAM(Bool, use_decal_mode, doc("texture blends over the colour by its alpha; false: it multiplies"), true)       \
+  PARAM(Bool, use_diffuse_map, doc("use diffuse_map"), false)                                                       \
+  PARAM(Bool, use_diffuse_map_alpha, doc("the texel's alpha multiplies the coverage"), false)                       \
+  PARAM(Color3, diffuse_map_tint, doc("multiplies the texel colour", "0 to 1 per channel"), unset)                  \
+  PARAM(Color3, specular, doc("Phong highlight colour", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})                  \
+  PARAM(Float, shininess, doc("Phong exponent of the highlight", "0 or more; typically 1 to 1000"), 32.0f)          \
+  PARAM(Color3, emissive, doc("emitted radiance", "0 or more per channel", "radiance"), {0.0f, 0.0f, 0.0f})         \
+  PARAM(Color3, ambient, doc("declared and copied, read by nothing"), {1.0f, 1.0f, 1.0f})                           \
+  PARAM(Float, opacity, doc("coverage; 1 is opaque, 0 fully transparent", "0 to 1 (clamped when used)"), 1.0f)      \
+  PARAM(EnvironmentMap, environment_map, doc("declared and copied, read by nothing"), unbound)                      \
+  PARAM(Bool, use_environment_map, doc("declared and copied, read by nothing"), false)                              \
+  PARAM(Float, reflection_blend,                                                                                    \
+        doc("share of mirror reflection; the rest is diffuse", "0 to 1 (clamped when used; NaN counts as 0)"),      \
+        0.0f)                                                                                                       \
+  PARAM(Bool, use_uv_clip, doc("cut away hits outside the uv clip rectangle"), false)                               \
+  PARAM(Matrix4, uv_clip_transform,                                                                                 \
+        doc("maps uv into the clip rectangle's unit square, row vector (u, v, 0, 1)"),                              \
+        unset)                                                                                                      \
+  PARAM(Bool, use_diffuse_vertex_color, doc("colour and coverage come from the vtxcolor varying"), false)           \
+  PARAM(Bool, use_extra_color_and_alpha, doc("allow the per-object colour and alpha to override"), false)           \
+  PARAM(Int, cull_mode,                                                                                             \
+        doc("face culling: 1 removes back faces, 2 front faces, other values nothing", "0, 1 or 2"),                \
+        0)                                                                                                          \
+  PARAM(Color4, u_extra_color_and_alpha,                                                                            \
+        doc("per-object colour and alpha (set by the host per object)", "0 to 1 per channel"),                      \
+        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                   \
+  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false) \
+  VARYING(Uv, uv, 0)                                                                                                \
   VARYING(Color, vtxcolor, 8)
 
 class BasicMaterial final : public ShaderImpl<MaterialShader> {

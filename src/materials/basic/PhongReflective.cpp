@@ -9,13 +9,15 @@
 
 namespace kvi {
 
-#define KVI_PHONG_REFLECTIVE_PARAMETERS(PARAM, VARYING) \
-  PARAM(Color3, diffuse, {1.0f, 1.0f, 1.0f})            \
-  PARAM(Color3, specular, {1.0f, 1.0f, 1.0f})           \
-  PARAM(Color3, reflection, {1.0f, 1.0f, 1.0f})         \
-  PARAM(Float, shininess, 32.0f)                        \
-  PARAM(ClippingMap, u_globalClippingMap, unbound)      \
-  PARAM(Bool, u_globalClippingMapEnable, false)
+#define KVI_PHONG_REFLECTIVE_PARAMETERS(PARAM, VARYING)                                                              \
+  PARAM(Color3, diffuse, doc("diffuse colour (reflectance)", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})              \
+  PARAM(Color3, specular, doc("Phong highlight colour", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})                   \
+  PARAM(Color3, reflection, doc("colour of the traced mirror reflection", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f}) \
+  PARAM(Float, shininess, doc("Phong exponent of the highlight", "0 or more; typically 1 to 1000"), 32.0f)           \
+  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                                  \
+  PARAM(Bool, u_globalClippingMapEnable,                                                                             \
+        doc("test the global clipping planes; hits on the cut side are removed"),                                    \
+        false)
 
 class PhongReflective final : public ShaderImpl<MaterialShader> {
   KVI_SHADER_PARAMETERS(PhongReflective, kOpShadeSurface | kOpShadowTransmission, KVI_PHONG_REFLECTIVE_PARAMETERS)
