@@ -101,9 +101,13 @@ configure_files() {
   }'
 }
 
-# System headers named in the compiler's dependency files of the build.
+# System headers named in the compiler's dependency files of the build (kept
+# beside the objects by Makefiles, in ninja's log by Ninja).
 depfile_headers() {
-  find "$build" -name '*.d' -type f -exec cat {} + | tr ' \\' '\n\n' | awk '/^\// && !/:$/ { print $0 "\tused" }'
+  {
+    find "$build" -name '*.d' -type f -exec cat {} +
+    if [ -f "$build/build.ninja" ]; then ninja -C "$build" -t deps; fi
+  } | tr ' \\' '\n\n' | awk '/^\// && !/:$/ { print $0 "\tused" }'
 }
 
 # Shared libraries (and the program interpreter) the build's ELF files load.
@@ -170,9 +174,11 @@ installed_packages >"$scratch/installed"
 allowed_packages "$scratch/wanted" "$scratch/installed" >"$scratch/allowed" ||
   die "run scripts/setup.sh first: what its packages bring is known only once they are installed"
 
+depfile_headers >"$scratch/headers"
+[ -s "$scratch/headers" ] || die "no compiler dependency files in $build: build it first (scripts/build.sh)"
 {
   configure_files "$@"
-  depfile_headers
+  cat "$scratch/headers"
   loaded_libraries
 } | touched_files >"$scratch/files"
 with_owners "$scratch/files" >"$scratch/owners"
