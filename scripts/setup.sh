@@ -11,6 +11,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libtinyobjloader-dev
   libembree-dev libtbb-dev libopenimageio-dev openimageio-tools
   clang-14 libclang-rt-14-dev gcovr
+  parallel
   llvm-14 lld-14  # the tools CMake pairs with clang-14 (archiver, linker); the sanitizers' symbolizer
   strace          # scripts/check-setup.sh traces the configure with it
 )

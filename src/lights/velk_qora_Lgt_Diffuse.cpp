@@ -34,7 +34,7 @@ namespace kvi {
   PARAM(Bool, projMapOn, doc("colour the light by projMap"), false)                                                 \
   PARAM(Texture, projMap, doc("projection colour by direction (a cube map)"), unbound)                              \
   PARAM(Float, exponentUnitsMultiplier,                                                                             \
-        doc("scale applied to the distance before the falloff", "more than 0", "1/scene unit"),                     \
+        doc("multiplier of the falloff distance^exponent (the light divides by the product)", "more than 0"),      \
         1.0f)                                                                                                       \
   PARAM(Float, exponent, doc("power of the distance in the falloff; 2 is inverse square", "0 or more"), 2.0f)       \
   PARAM(Float, exponentLowerClamp, doc("falloff value at distance 0 when clamping", "0 or more"), unset)            \
@@ -46,7 +46,11 @@ class velk_qora_Lgt_Diffuse final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Lgt_Diffuse, kOpLightShade, KVI_LGT_DIFFUSE_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
-    const float k = cosineOffAxis(state->lightAxis, state->lightDirection) / falloff(state->lightDistance);
+    // The falloff first: nothing else is then alive across its pow call,
+    // which would otherwise push the cosine and the direction out of the
+    // registers and back.
+    const float f = falloff(state->lightDistance);
+    const float k = cosineOffAxis(state->lightAxis, state->lightDirection) / f;
     float projection[4] = {1.0f, 1.0f, 1.0f, 1.0f};
     if (projMapOn) sampleProjectionCube(projMap, state->lightDirection, projection);
 

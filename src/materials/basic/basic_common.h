@@ -3,21 +3,14 @@
 
 #include <cmath>
 
+#include "frame/vector3.h"
+
 namespace kvi::basic {
 
-inline float dot3(const float a[3], const float b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-
-inline void setAll3(float out[3], float value) {
-  out[0] = value;
-  out[1] = value;
-  out[2] = value;
-}
-
-inline void copy3(float out[3], const float in[3]) {
-  out[0] = in[0];
-  out[1] = in[1];
-  out[2] = in[2];
-}
+// The shared vector helpers, under the names the family has always used.
+using ::kvi::copy3;
+using ::kvi::dot3;
+using ::kvi::setAll3;
 
 // The mirror image of the ray direction D about the normal N: D - 2 (D . N) N.
 inline void mirrorDirection(float out[3], const float direction[3], const float normal[3]) {

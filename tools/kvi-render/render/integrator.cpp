@@ -414,7 +414,10 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       }
     }
     cutAway.clear();
-    if (alpha && firstSegment) *alpha = 1.0f;
+    if (alpha && firstSegment) {
+      *alpha = 1.0f;
+      path.cameraRayHit = true;
+    }
     firstSegment = false;
 
     if (material.wholeHit) {
@@ -510,7 +513,8 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
   Vec3 scale{1, 1, 1};        // 1 / the sample's density, and what a dome adds
   switch (light.type) {
     case LightType::Point:
-    case LightType::Spot: {
+    case LightType::Spot:
+    case LightType::Sphere: {
       const Vec3 d = light.position - x;
       distance = length(d);
       if (!(distance > 0.0f)) return false;
@@ -571,7 +575,8 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
       break;
     }
   }
-  if (!(dot(towards, vertex.geometricNormal) > 0.0f)) return false;  // below the surface
+  // Below the surface (a light sampling itself is judged by the sample it picks).
+  if (!(light.radius > 0.0f) && !(dot(towards, vertex.geometricNormal) > 0.0f)) return false;
   // The light is shaded in a copy of the surface's state (lights do not read
   // the material's varyings, which are left out).
   ShadingState state;
@@ -585,13 +590,28 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
   one3(state.lightShadow);
   ShadingContext context(*this, path, type, &vertex);
   callShader(path, [&] { light.shader.light()->shade(&context, &state); });
+  if (!followMovedSample(state, samplePosition, vertex, towards)) return false;
   out.direction = towards;
   out.color = load3(state.lightColor) * load3(state.lightShadow) * scale;
   return true;
 }
 
+// A light that places its own samples (a sphere light, a spot light with a
+// radius) moves lightSamplePosition onto itself and says where the light now
+// comes from in lightDirection: the surface is evaluated towards that point.
+// False when the moved sample lies below the surface.
+bool Integrator::followMovedSample(const ShadingState& state, Vec3 given, const Vertex& vertex, Vec3& towards) const {
+  const Vec3 now = load3(state.lightSamplePosition);
+  if (now.x == given.x && now.y == given.y && now.z == given.z) return true;
+  const Vec3 moved = normalize(-load3(state.lightDirection));
+  if (!isFinite(moved) || !(length(moved) > 0.5f)) return false;
+  towards = moved;
+  return dot(towards, vertex.geometricNormal) > 0.0f;
+}
+
 Vec3 Integrator::emitterRadiance(int index, const SurfacePoint& sp, Vec3 direction, PathState& path) const {
   if (index < 0) return {};
+  if (scene_.lights[size_t(index)].radius > 0.0f) return ownEmitterRadiance(scene_.lights[size_t(index)], sp, direction, path);
   // Emitters shine from their front side only, with the light's colour as
   // seen straight on from unit distance.
   if (!(dot(direction, sp.geometricNormal) < 0.0f)) return {};
@@ -614,6 +634,39 @@ Vec3 Integrator::emitterRadiance(int index, const SurfacePoint& sp, Vec3 directi
   ShadingContext context(*this, path, RayType{}, nullptr, /*unoccluded=*/true);
   callShader(path, [&] { light.shader.light()->shade(&context, &state); });
   return load3(state.lightColor) * load3(state.lightShadow);
+}
+
+// The radiance a ray sees on the ball of a sphere light or the disk of a spot
+// light: the light shaded from a point back along the ray, its sample moved
+// onto the light, divided by what turns radiance into the light it reports:
+// the ball's solid angle from there, or the disk's area times its cosine over
+// the squared distance.
+Vec3 Integrator::ownEmitterRadiance(const Light& light, const SurfacePoint& sp, Vec3 direction, PathState& path) const {
+  if (!(dot(direction, sp.geometricNormal) < 0.0f)) return {};
+  const float r = light.radius;
+  const Vec3 viewer = light.type == LightType::Sphere ? light.position + sp.geometricNormal * (2.0f * r)
+                                                      : sp.position - direction * (1000.0f * r);
+  ShadingState state;
+  std::memset(&state, 0, sizeof state);
+  viewer.store(state.position);
+  light.position.store(state.lightSamplePosition);
+  light.direction.store(state.lightAxis);
+  const Vec3 d = viewer - light.position;
+  state.lightDistance = length(d);
+  normalize(d).store(state.lightDirection);
+  one3(state.lightShadow);
+  ShadingContext context(*this, path, RayType{}, nullptr, /*unoccluded=*/true);
+  callShader(path, [&] { light.shader.light()->shade(&context, &state); });
+  float perRadiance;
+  if (light.type == LightType::Sphere) {
+    perRadiance = 2.0f * kPi * (1.0f - std::sqrt(0.75f));  // the ball seen from twice its radius
+  } else {
+    const float distance = state.lightDistance;
+    const float cosine = dot(load3(state.lightAxis), load3(state.lightDirection));
+    if (!(cosine > 0.0f)) return {};
+    perRadiance = kPi * r * r * cosine / (distance * distance);
+  }
+  return load3(state.lightColor) / perRadiance;
 }
 
 Vec3 Integrator::environment(Vec3 direction, const RayType& type, PathState& path, float* alpha) const {

@@ -54,6 +54,7 @@ struct PathState {
   RenderStats* stats = nullptr;
   std::vector<std::vector<LightSample>>* lightLists = nullptr;  // one per live shading context
   int level = 0;                                                 // live shading contexts
+  bool cameraRayHit = false;  // the camera ray met a surface (rather than the environment)
 };
 
 // A light's sample at a surface point: the direction towards it and the
@@ -115,6 +116,8 @@ class Integrator {
   Vec3 directLight(const Material& material, ShadingState& state, const Vertex& vertex, const RayType& type,
                    PathState& path) const;
   Vec3 emitterRadiance(int light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
+  Vec3 ownEmitterRadiance(const Light& light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
+  bool followMovedSample(const ShadingState& state, Vec3 given, const Vertex& vertex, Vec3& towards) const;
   RayType limited(RayType type) const;
 
   const Scene& scene_;
