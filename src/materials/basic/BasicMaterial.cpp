@@ -28,25 +28,6 @@ constexpr float kMinDiffuseCosine = 0.01745241f;
 // max(E) must exceed this for gathered light to count.
 constexpr float kIrradianceFloor = 1e-5f;
 
-// Clamps to [0, 1]; a value not above 0, NaN included, gives 0.
-float clampUnit(float x) { return x > 0.0f ? (x < 1.0f ? x : 1.0f) : 0.0f; }
-
-float max3(const float c[3]) { return std::max(std::max(c[0], c[1]), c[2]); }
-
-// A right-handed orthonormal frame (t, b, n) completed from the unit vector n
-// alone, without a branch on its direction.
-void completeFrame(const float n[3], float t[3], float b[3]) {
-  const float sign = std::copysign(1.0f, n[2]);
-  const float a = -1.0f / (sign + n[2]);
-  const float c = n[0] * n[1] * a;
-  t[0] = 1.0f + sign * n[0] * n[0] * a;
-  t[1] = sign * c;
-  t[2] = -sign * n[0];
-  b[0] = c;
-  b[1] = sign + n[1] * n[1] * a;
-  b[2] = -n[1];
-}
-
 }  // namespace
 
 // "diffuse_map_transform", "diffuse_map_tint" and "uv_clip_transform" are left
