@@ -44,6 +44,14 @@ inline float alphaFromRoughness(float roughness) {
   return r * r;
 }
 
+// A relative index of refraction fit for the Fresnel equations: NaN, 0 and
+// negative values are 1 (no boundary); the rest is clamped to [0.01, 100],
+// beyond which a boundary is already a mirror to single precision.
+inline float relativeIndex(float ior) {
+  if (!(ior > 0.0f)) return 1.0f;
+  return std::fmin(std::fmax(ior, 0.01f), 100.0f);
+}
+
 // D(m): the density of microfacet normals per unit of projected area; 0 below
 // the surface.
 inline float ggxDistribution(Vector m, float alpha) {

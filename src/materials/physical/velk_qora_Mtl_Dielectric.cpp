@@ -31,26 +31,15 @@ namespace {
 
 using microfacet::Vector;
 using physical::ViewFrame;
+using physical::finite3;
 
 // Relative indices closer to 1 than this neither bend nor reflect: light
 // passes straight on.
 constexpr float kIndexMatched = 1e-4f;
-// The narrowest and widest relative index kept; beyond them the boundary is
-// already a mirror (or a window) to single precision.
-constexpr float kMinIndex = 0.01f;
-constexpr float kMaxIndex = 100.0f;
 // Noise-space step of the finite differences of the waves, and the octaves
 // of the wave pattern: frequency and amplitude of each.
 constexpr float kWaveStep = 0.01f;
 constexpr float kWaveOctaves[2][2] = {{1.0f, 1.0f}, {2.7f, 0.35f}};
-
-// NaN, 0 and negative indices are 1 (no boundary); the rest is clamped.
-float relativeIndex(float ior) {
-  if (!(ior > 0.0f)) return 1.0f;
-  return std::fmin(std::fmax(ior, kMinIndex), kMaxIndex);
-}
-
-bool finite3(const float v[3]) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
 // What one hit needs for every event: the frame and view, the index beyond
 // the boundary relative to the viewer's side, the GGX width and the
@@ -82,10 +71,10 @@ struct Boundary : ViewFrame {
                                            "scene units"),                                                        \
         1.0f)                                                                                                     \
   PARAM(Float, u_roughValue, doc("roughness of the surface; 0 is polished", "0 to 1"), 0.0f)                      \
-  PARAM(Bool, u_roughMapEnable, doc("the roughness map's red scales the roughness"), false)                      \
+  PARAM(Bool, u_roughMapEnable, doc("the roughness comes from the map: its red x u_roughAmount"), false)         \
   PARAM(Texture, u_roughMap, doc("roughness map (red channel)"), unbound)                                         \
   PARAM(Matrix3, u_roughTransform, doc("uv transform of the roughness map"), unset)                               \
-  PARAM(Float, u_roughAmount, doc("multiplier of the roughness map", "0 or more"), 1.0f)                          \
+  PARAM(Float, u_roughAmount, doc("roughness where the map's red is 1", "0 to 1"), 1.0f)                         \
   PARAM(Bool, u_wavesEnable, doc("water waves bend the normal"), false)                                           \
   PARAM(Float, u_wavesScale, doc("size of the largest waves", "above 0", "scene units"), 1.0f)                    \
   PARAM(Float, u_wavesHeight, doc("height of the waves", "0 or more; a tenth of the scale is choppy",             \
@@ -127,7 +116,7 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
   // A shadow ray crosses without bending: 1 - F at the angle it meets the
   // boundary from outside, times the square root of the transmission colour.
   void shadowTransmission(IShadingContext*, ShadingState* state) override {
-    const float f = microfacet::dielectricFresnel(dot3(state->rayDirection, state->normal), relativeIndex(u_ior));
+    const float f = microfacet::dielectricFresnel(dot3(state->rayDirection, state->normal), microfacet::relativeIndex(u_ior));
     const float* colour = transmissionColour();
     for (int k = 0; k < 3; ++k) state->shadowTransmission[k] = (1.0f - f) * std::sqrt(clampUnit(colour[k]));
     applyTint(state->shadowTransmission);
@@ -139,9 +128,10 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     state->pdf = 0.0f;
     state->pdfSecondary = 0.0f;
     Boundary b;
-    prepare(context, state, b);
+    describeBoundary(state, b);
     // A smooth or index-matched boundary answers no light sample: its events are deltas.
-    if (b.alpha < microfacet::kSmoothAlpha || std::fabs(b.eta - 1.0f) < kIndexMatched) return;
+    if (b.alpha < microfacet::kSmoothAlpha || indexMatched(b)) return;
+    buildFrame(context, state, b);
     const Vector towardsLight = physical::localOf(b.frame, state->sampledDirection);
     float value[3];
     const float density = roughResponse(b, towardsLight, value);
@@ -165,13 +155,15 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
       return;
     }
     Boundary b;
-    prepare(context, state, b);
-    if (std::fabs(b.eta - 1.0f) < kIndexMatched) {
+    describeBoundary(state, b);
+    if (indexMatched(b)) {
       passStraight(state, b.absorption);
-    } else if (b.alpha < microfacet::kSmoothAlpha) {
-      sampleSmooth(context, state, b);
     } else {
-      sampleRough(context, state, b);
+      buildFrame(context, state, b);
+      if (b.alpha < microfacet::kSmoothAlpha)
+        sampleSmooth(context, state, b);
+      else
+        sampleRough(context, state, b);
     }
     applyTint(state->bsdfWeight);
     if (!finite3(state->bsdfWeight) || !(state->pdf > 0.0f) || !std::isfinite(state->pdf)) endPath(state);
@@ -232,7 +224,21 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     if (!std::isfinite(q[0]) || !std::isfinite(q[1])) q[0] = q[1] = 0.0f;
   }
 
-  void prepare(IShadingContext* context, const ShadingState* state, Boundary& b) const {
+  // The index beyond the boundary, the width and the absorption: all an
+  // event needs besides the frame.
+  void describeBoundary(const ShadingState* state, Boundary& b) const {
+    float uv[2];
+    physical::readVarying(state, physical::kUvOffset, uv);
+    const float eta = microfacet::relativeIndex(u_ior);
+    b.eta = state->frontFacing ? eta : 1.0f / eta;
+    const float roughness =
+        physical::scalarChannel(u_roughMapEnable, u_roughMap, u_roughTransform, u_roughValue, u_roughAmount, uv);
+    b.alpha = microfacet::alphaFromRoughness(roughness);
+    if (!state->frontFacing) absorptionOver(state->lightDistance, b.absorption);
+  }
+
+  // The frame, bent by normal map 0 and the waves.
+  void buildFrame(IShadingContext* context, const ShadingState* state, Boundary& b) const {
     float uv[2], bump[3], waves[3], slope[3];
     physical::readVarying(state, physical::kUvOffset, uv);
     physical::startViewFrame(state, b);
@@ -241,13 +247,9 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     waveSlope(context, state, b.frame, waves);
     physical::combineSlopes(bump, waves, slope);
     physical::finishViewFrame(state, slope, b);
-    const float eta = relativeIndex(u_ior);
-    b.eta = state->frontFacing ? eta : 1.0f / eta;
-    const float roughness =
-        physical::scalarChannel(u_roughMapEnable, u_roughMap, u_roughTransform, u_roughValue, u_roughAmount, uv);
-    b.alpha = microfacet::alphaFromRoughness(roughness);
-    if (!state->frontFacing) absorptionOver(state->lightDistance, b.absorption);
   }
+
+  static bool indexMatched(const Boundary& b) { return std::fabs(b.eta - 1.0f) < kIndexMatched; }
 
   // The BSDF times |cos| of the local direction i, per channel, and its
   // density under sampleRough; 0 where the lobe has none.

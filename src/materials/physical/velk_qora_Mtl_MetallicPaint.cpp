@@ -32,6 +32,7 @@ namespace {
 using microfacet::Vector;
 using physical::kInvPi;
 using physical::ViewFrame;
+using physical::finite3;
 
 // Layer shares below this take no part in sampling.
 constexpr float kNegligibleShare = 1e-6f;
@@ -45,14 +46,9 @@ constexpr float kTiltKey2 = 3.0f;
 
 enum Lobe { kClearCoat, kGlossCoat, kFlake, kMergedFlakes, kMetallicBase, kDiffuseBase, kLobeCount };
 
-bool finite3(const float v[3]) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
-
 // The GGX width of a lobe that has no delta branch: at least the sharpest
 // width the family samples.
 float lobeAlpha(float roughness) { return std::fmax(microfacet::alphaFromRoughness(roughness), microfacet::kSmoothAlpha); }
-
-// NaN and values not above 0 give 1 (no boundary).
-float coatIndex(float ior) { return ior > 0.0f ? std::fmin(ior, 100.0f) : 1.0f; }
 
 // One coat: the share of light it reflects at a cosine is amount x F.
 struct Coat {
@@ -82,10 +78,11 @@ struct Paint : ViewFrame {
   VARYING(Uv, uv, 24)                                                                                             \
   PARAM(Bool, u_colorByObject, doc("the per-object colour replaces the base colour"), false)                     \
   PARAM(Color3, u_baseColor, doc("colour of the base coat", "0 to 1 per channel"), {0.5f, 0.03f, 0.03f})         \
-  PARAM(Bool, u_baseColorMapEnable, doc("the base colour map multiplies the base colour"), false)                \
+  PARAM(Bool, u_baseColorMapEnable, doc("the base colour comes from the map: its colour x u_baseColorAmount"),    \
+        false)                                                                                                    \
   PARAM(Texture, u_baseColorMap, doc("base colour map"), unbound)                                                 \
   PARAM(Matrix3, u_baseColorTransform, doc("uv transform of the base colour map"), unset)                         \
-  PARAM(Float, u_baseColorAmount, doc("multiplier of the base colour map", "0 to 1"), 1.0f)                       \
+  PARAM(Float, u_baseColorAmount, doc("multiplier of the base colour map's colour", "0 to 1"), 1.0f)              \
   PARAM(Float, u_baseMetallic,                                                                                    \
         doc("share of the base coat that reflects like a metal (a glossy lobe of the base colour); the rest is "  \
             "diffuse",                                                                                            \
@@ -235,9 +232,9 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
   void applyTint(float weight[3]) const { physical::applyTint(u_commonTintEnable, u_commonTintColor, weight); }
 
   void coats(Paint& p) const {
-    p.clear = Coat{clampUnit(u_clearCoatAmount), coatIndex(u_clearCoatIor),
+    p.clear = Coat{clampUnit(u_clearCoatAmount), microfacet::relativeIndex(u_clearCoatIor),
                    microfacet::alphaFromRoughness(u_clearCoatRoughness)};
-    p.gloss = Coat{clampUnit(u_glossCoatAmount), coatIndex(u_glossCoatIor), lobeAlpha(u_glossCoatRoughness)};
+    p.gloss = Coat{clampUnit(u_glossCoatAmount), microfacet::relativeIndex(u_glossCoatIor), lobeAlpha(u_glossCoatRoughness)};
   }
 
   static float coatsTransmitted(const Paint& p, float cosine) {
@@ -268,7 +265,7 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
     if (!(key < clampUnit(u_flakeDensity))) return false;
     const float u1 = std::fmin(clampUnit(context->hashRandom(key + kTiltKey1)), 0.999999f);
     const float u2 = clampUnit(context->hashRandom(key + kTiltKey2));
-    const float spread = microfacet::alphaFromRoughness(std::sqrt(clampUnit(u_flakeSpread)));
+    const float spread = clampUnit(u_flakeSpread);
     const float tan2 = spread * spread * u1 / (1.0f - u1);
     const float cosTheta = 1.0f / std::sqrt(1.0f + tan2);
     const float sinTheta = std::sqrt(std::fmax(0.0f, 1.0f - cosTheta * cosTheta));
@@ -299,7 +296,8 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
     // Flakes: the cell's own flake up close, an even sheen of all flakes
     // from afar, mixed by the distance the viewing ray travelled.
     const float density = clampUnit(u_flakeDensity);
-    const float fade = density > 0.0f ? clampUnit(state->lightDistance / u_flakeFadeDistance) : 0.0f;
+    const float fade =
+        density > 0.0f && u_flakeFadeDistance > 0.0f ? clampUnit(state->lightDistance / u_flakeFadeDistance) : 0.0f;
     float near = 0.0f;
     if (density > 0.0f && fade < 1.0f && flakeOfCell(context, state->position, p.flakeFrame + 6)) {
       near = 1.0f - fade;
@@ -315,7 +313,7 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
     p.share[kDiffuseBase] = (1.0f - flakes) * (1.0f - metallic);
 
     const float flakeAlpha = lobeAlpha(u_flakeRoughness);
-    const float spread = microfacet::alphaFromRoughness(std::sqrt(clampUnit(u_flakeSpread)));
+    const float spread = clampUnit(u_flakeSpread);
     p.alpha[kClearCoat] = p.clear.alpha;
     p.alpha[kGlossCoat] = p.gloss.alpha;
     p.alpha[kFlake] = flakeAlpha;

@@ -4,6 +4,8 @@
 // the family's viewer test, and the view direction in the result.
 #pragma once
 
+#include <cmath>
+
 #include "kvi/state.h"
 #include "materials/physical/channels.h"
 #include "materials/physical/frames.h"
@@ -49,6 +51,8 @@ inline void finishViewFrame(const ShadingState* state, const float q[3], ViewFra
   const float towardsViewer[3] = {-state->rayDirection[0], -state->rayDirection[1], -state->rayDirection[2]};
   out.view = localOf(out.frame, towardsViewer);
 }
+
+inline bool finite3(const float v[3]) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
 // False when a world direction leaves on the wrong side of the geometric
 // surface for its event (a bent normal can send a reflection into the
