@@ -22,6 +22,7 @@
 
 #include "frame/parameters.h"
 #include "frame/registry.h"
+#include "materials/physical/glass_paint_parameters.h"
 #include "materials/physical/microfacet.h"
 #include "materials/physical/shared.h"
 #include "materials/physical/view_frame.h"
@@ -82,22 +83,7 @@ struct Boundary : ViewFrame {
         0.03f)                                                                                                    \
   PARAM(Float, u_wavesPhase, doc("phase of the wave pattern; animate it for moving water", "any", "noise units"), \
         0.0f)                                                                                                     \
-  PARAM(Bool, u_commonTintEnable, doc("multiply every weight by the tint"), false)                                \
-  PARAM(Color4, u_commonTintColor, doc("tint colour (alpha unused)", "0 to 1 per channel"),                       \
-        {1.0f, 1.0f, 1.0f, 1.0f})                                                                                 \
-  PARAM(Bool, u_normal0MapEnable, doc("normal map 0 bends the normal"), false)                                    \
-  PARAM(Texture, u_normal0Map, doc("normal map 0 (colours used as they come)"), unbound)                          \
-  PARAM(Matrix3, u_normal0Transform, doc("uv transform of normal map 0"), unset)                                  \
-  PARAM(Float, u_normal0Amount, doc("strength of normal map 0", "0 or more"), 0.0f)                               \
-  PARAM(Bool, u_normal0AmountMapEnable, doc("the strength comes from the amount map's red"), false)               \
-  PARAM(Texture, u_normal0AmountMap, doc("strength map of normal map 0 (red channel)"), unbound)                  \
-  PARAM(Matrix3, u_normal0AmountTransform, doc("uv transform of the strength map"), unset)                        \
-  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                               \
-  PARAM(Bool, u_globalClippingMapEnable, doc("hits on the cut side of the clipping planes are removed"), false)   \
-  PARAM(Color4, u_extra_color_and_alpha, doc("per-object colour (set by the host per object; alpha unused)",      \
-                                             "0 to 1 per channel"),                                               \
-        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                 \
-  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false)
+  KVI_GLASS_PAINT_CLOSING_PARAMETERS(PARAM)
 
 class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Mtl_Dielectric,
@@ -266,18 +252,23 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     return share * lobe.density;
   }
 
-  // Reflect with the probability F, else refract; total internal reflection
-  // makes F 1.
+  // Reflects about the (micro)normal m with the probability F of its
+  // Fresnel reflectance, else refracts through it (total internal reflection
+  // makes F 1). Returns F.
+  static float scatterAbout(IShadingContext* context, const Boundary& b, Vector m, bool& reflected,
+                            Vector& direction) {
+    const float f = microfacet::dielectricFresnel(dot(b.view, m), b.eta);
+    reflected = context->nextSample1D() < f || !microfacet::refractDirection(b.view, m, b.eta, direction);
+    if (reflected) direction = microfacet::reflectDirection(b.view, m);
+    return f;
+  }
+
+  // A smooth boundary: mirror (4) or refraction (8), the weight the event's
+  // colour, pdf the probability of the event.
   void sampleSmooth(IShadingContext* context, ShadingState* state, const Boundary& b) const {
-    const Vector normal{0.0f, 0.0f, 1.0f};
-    const float f = microfacet::dielectricFresnel(b.view.z, b.eta);
-    const bool reflected = context->nextSample1D() < f;
+    bool reflected;
     Vector direction;
-    if (reflected) {
-      direction = microfacet::reflectDirection(b.view, normal);
-    } else if (!microfacet::refractDirection(b.view, normal, b.eta, direction)) {
-      return endPath(state);
-    }
+    const float f = scatterAbout(context, b, Vector{0.0f, 0.0f, 1.0f}, reflected, direction);
     const float probability = reflected ? f : 1.0f - f;
     for (int k = 0; k < 3; ++k)
       state->bsdfWeight[k] = (reflected ? clampUnit(u_reflectColor[k]) : 1.0f) * b.absorption[k];
@@ -290,15 +281,9 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     if (!(b.view.z > 0.0f)) return endPath(state);
     float buffer[2];
     const float* xi = context->nextSample2D(buffer);
-    const Vector m = microfacet::sampleGgxVisibleNormal(b.view, b.alpha, xi[0], xi[1]);
-    const float f = microfacet::dielectricFresnel(dot(b.view, m), b.eta);
-    const bool reflected = context->nextSample1D() < f;
+    bool reflected;
     Vector direction;
-    if (reflected) {
-      direction = microfacet::reflectDirection(b.view, m);
-    } else if (!microfacet::refractDirection(b.view, m, b.eta, direction)) {
-      return endPath(state);
-    }
+    scatterAbout(context, b, microfacet::sampleGgxVisibleNormal(b.view, b.alpha, xi[0], xi[1]), reflected, direction);
     if (reflected != (direction.z > 0.0f)) return endPath(state);  // shadowed by the microsurface
     float value[3];
     const float density = roughResponse(b, direction, value);

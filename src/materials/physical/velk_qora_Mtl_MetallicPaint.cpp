@@ -22,6 +22,7 @@
 
 #include "frame/parameters.h"
 #include "frame/registry.h"
+#include "materials/physical/glass_paint_parameters.h"
 #include "materials/physical/microfacet.h"
 #include "materials/physical/shared.h"
 #include "materials/physical/view_frame.h"
@@ -108,22 +109,7 @@ struct Paint : ViewFrame {
   PARAM(Float, u_glossCoatAmount, doc("strength of the broad gloss coat; 0 removes it", "0 to 1"), 1.0f)          \
   PARAM(Float, u_glossCoatIor, doc("index of refraction of the gloss coat", "1 or more"), 1.5f)                   \
   PARAM(Float, u_glossCoatRoughness, doc("roughness of the gloss coat", "0 to 1"), 0.35f)                         \
-  PARAM(Bool, u_commonTintEnable, doc("multiply every weight by the tint"), false)                                \
-  PARAM(Color4, u_commonTintColor, doc("tint colour (alpha unused)", "0 to 1 per channel"),                       \
-        {1.0f, 1.0f, 1.0f, 1.0f})                                                                                 \
-  PARAM(Bool, u_normal0MapEnable, doc("normal map 0 bends the normal"), false)                                    \
-  PARAM(Texture, u_normal0Map, doc("normal map 0 (colours used as they come)"), unbound)                          \
-  PARAM(Matrix3, u_normal0Transform, doc("uv transform of normal map 0"), unset)                                  \
-  PARAM(Float, u_normal0Amount, doc("strength of normal map 0", "0 or more"), 0.0f)                               \
-  PARAM(Bool, u_normal0AmountMapEnable, doc("the strength comes from the amount map's red"), false)               \
-  PARAM(Texture, u_normal0AmountMap, doc("strength map of normal map 0 (red channel)"), unbound)                  \
-  PARAM(Matrix3, u_normal0AmountTransform, doc("uv transform of the strength map"), unset)                        \
-  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                               \
-  PARAM(Bool, u_globalClippingMapEnable, doc("hits on the cut side of the clipping planes are removed"), false)   \
-  PARAM(Color4, u_extra_color_and_alpha, doc("per-object colour (set by the host per object; alpha unused)",      \
-                                             "0 to 1 per channel"),                                               \
-        {0.0f, 0.0f, 0.0f, 1.0f})                                                                                 \
-  PARAM(Bool, u_extra_color_and_alpha_is_set, doc("the per-object colour is valid (both flags are needed)"), false)
+  KVI_GLASS_PAINT_CLOSING_PARAMETERS(PARAM)
 
 class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Mtl_MetallicPaint,
