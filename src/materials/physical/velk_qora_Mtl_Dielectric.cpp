@@ -32,6 +32,7 @@ namespace {
 
 using microfacet::Vector;
 using physical::ViewFrame;
+using physical::endPath;
 using physical::finite3;
 
 // Relative indices closer to 1 than this neither bend nor reflect: light
@@ -121,15 +122,8 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     const Vector towardsLight = physical::localOf(b.frame, state->sampledDirection);
     float value[3];
     const float density = roughResponse(b, towardsLight, value);
-    if (!(density > 0.0f)) return;
-    for (int k = 0; k < 3; ++k) state->bsdfWeight[k] = value[k];
-    applyTint(state->bsdfWeight);
-    state->pdf = density;
-    state->pdfSecondary = density;
-    if (!finite3(state->bsdfWeight) || !std::isfinite(density)) {
-      setAll3(state->bsdfWeight, 0.0f);
-      state->pdf = state->pdfSecondary = 0.0f;
-    }
+    applyTint(value);
+    physical::answerLightSample(state, value, density);
   }
 
   void sampleBsdf(IShadingContext* context, ShadingState* state) override {
@@ -162,11 +156,6 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
   }
 
   void applyTint(float weight[3]) const { physical::applyTint(u_commonTintEnable, u_commonTintColor, weight); }
-
-  static void endPath(ShadingState* state) {
-    state->lobeFlags = 0;
-    setAll3(state->bsdfWeight, 0.0f);
-  }
 
   static void passStraight(ShadingState* state, const float weight[3]) {
     copy3(state->sampledDirection, state->rayDirection);

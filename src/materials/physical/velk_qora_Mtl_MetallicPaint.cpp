@@ -33,6 +33,7 @@ namespace {
 using microfacet::Vector;
 using physical::kInvPi;
 using physical::ViewFrame;
+using physical::endPath;
 using physical::finite3;
 
 // Layer shares below this take no part in sampling.
@@ -146,9 +147,6 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
   }
 
   void evaluateBsdf(IShadingContext* context, ShadingState* state) override {
-    setAll3(state->bsdfWeight, 0.0f);
-    state->pdf = 0.0f;
-    state->pdfSecondary = 0.0f;
     Paint p;
     prepare(context, state, p);
     float probability[kLobeCount];
@@ -156,14 +154,8 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
     const Vector towardsLight = physical::localOf(p.frame, state->sampledDirection);
     float value[3];
     const float density = response(p, towardsLight, probability, false, value);
-    for (int k = 0; k < 3; ++k) state->bsdfWeight[k] = value[k];
-    applyTint(state->bsdfWeight);
-    state->pdf = density;
-    state->pdfSecondary = density;
-    if (!finite3(state->bsdfWeight) || !std::isfinite(density)) {
-      setAll3(state->bsdfWeight, 0.0f);
-      state->pdf = state->pdfSecondary = 0.0f;
-    }
+    applyTint(value);
+    physical::answerLightSample(state, value, density);
   }
 
   void sampleBsdf(IShadingContext* context, ShadingState* state) override {
@@ -210,11 +202,6 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
   }
 
  private:
-  static void endPath(ShadingState* state) {
-    state->lobeFlags = 0;
-    setAll3(state->bsdfWeight, 0.0f);
-  }
-
   void applyTint(float weight[3]) const { physical::applyTint(u_commonTintEnable, u_commonTintColor, weight); }
 
   void coats(Paint& p) const {

@@ -54,6 +54,20 @@ inline void finishViewFrame(const ShadingState* state, const float q[3], ViewFra
 
 inline bool finite3(const float v[3]) { return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]); }
 
+// evaluateBsdf's answer: the BSDF times the cosine (`value`, tint applied)
+// and its density in both pdfs, or nothing at all where either is not finite.
+inline void answerLightSample(ShadingState* state, const float value[3], float density) {
+  const bool finite = finite3(value) && std::isfinite(density);
+  for (int k = 0; k < 3; ++k) state->bsdfWeight[k] = finite ? value[k] : 0.0f;
+  state->pdf = state->pdfSecondary = finite ? density : 0.0f;
+}
+
+// sampleBsdf's end of the path: no event, no weight.
+inline void endPath(ShadingState* state) {
+  state->lobeFlags = 0;
+  setAll3(state->bsdfWeight, 0.0f);
+}
+
 // False when a world direction leaves on the wrong side of the geometric
 // surface for its event (a bent normal can send a reflection into the
 // surface or a refraction out of it).
