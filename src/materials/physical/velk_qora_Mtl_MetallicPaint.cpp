@@ -91,8 +91,8 @@ struct Paint : ViewFrame {
             "0 to 1"),                                                                                            \
         0.5f)                                                                                                     \
   PARAM(Float, u_baseRoughness, doc("roughness of the base coat's metallic lobe", "0 to 1"), 0.45f)               \
-  PARAM(Float, u_flakeDensity, doc("share of the cells that hold a flake; 0 has no flakes", "0 to 1"), 0.35f)     \
-  PARAM(Float, u_flakeSize, doc("edge of the cells of the flakes", "above 0", "scene units"), 0.004f)             \
+  PARAM(Float, u_flakeDensity, doc("share of the cells that hold a flake; 0 has no flakes", "0 to 1"), 0.25f)     \
+  PARAM(Float, u_flakeSize, doc("edge of the cells of the flakes", "above 0", "scene units"), 0.003f)             \
   PARAM(Color3, u_flakeColor, doc("colour of the flakes' reflection", "0 to 1 per channel"),                      \
         {0.9f, 0.9f, 0.9f})                                                                                       \
   PARAM(Float, u_flakeSpread, doc("spread of the flakes' tilt (GGX width of their normals)", "0 to 1"), 0.35f)    \
