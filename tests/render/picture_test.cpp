@@ -104,9 +104,11 @@ TEST(PictureTest, PointLightIrradianceFollowsItsAttenuationFlags) {
 
 // ---- furnaces -----------------------------------------------------------
 
-// Materials that conserve energy, set up as white diffuse reflectors.
+// Materials that conserve energy, set up as white diffuse reflectors or as
+// clear glass (a path refracts in and out, reflecting its Fresnel share).
 const std::pair<const char*, json> kWhiteDiffuse[] = {
     {"BasicMaterial", {{"diffuse", {1, 1, 1}}, {"specular", {0, 0, 0}}}},
+    {"velk_qora_Mtl_Dielectric", {{"u_ior", 1.5}}},
     {"velk_qora_Mtl_Ward",
      {{"u_diffuseColor", {1, 1, 1}}, {"u_specularColor", {0, 0, 0}}, {"u_reflectivity", 0.0}, {"u_brdfCurvePower", 1.0},
       {"u_additionalColor", {0, 0, 0}}, {"u_imageFadeEnable", 0}}},
@@ -120,6 +122,9 @@ TEST(PictureTest, WhiteDiffuseBallInAUniformEnvironmentIsAsBrightAsTheEnvironmen
     if (!testLibrary()->has(shader)) continue;
     ++tested;
     json scene = emptyScene(24, 24, 8);
+    // No path ends before it leaves: every pixel is exact, not just its mean.
+    scene["render"]["max_depth"] = 40;
+    scene["render"]["russian_roulette_depth"] = 40;
     scene["camera"] = {{"position", {0, 0, 3.0}}, {"look_at", {0, 0, 0}}, {"fov", 30}};
     scene["objects"].push_back({{"shape", "sphere"}, {"material", {{"shader", shader}, {"parameters", parameters}}}});
     scene["environment"] = {{"shader", "GradientBackground"},
@@ -138,6 +143,30 @@ TEST(PictureTest, WhiteDiffuseBallInAUniformEnvironmentIsAsBrightAsTheEnvironmen
     EXPECT_GT(onBall, 100) << shader;
   }
   if (tested == 0) GTEST_SKIP() << "no energy-conserving material in the module";
+}
+
+// Radiance is the same along every ray of a uniform environment, and clear
+// glass bends rays without losing any: a white floor seen around and through
+// a glass ball, lit through it by gather rays that refract in and out, keeps
+// the environment's brightness everywhere.
+TEST(PictureTest, ClearGlassOverAWhiteFloorChangesNothingInAUniformEnvironment) {
+  KVI_REQUIRE_SHADERS("BasicMaterial", "GradientBackground", "velk_qora_Mtl_Dielectric");
+  const float sky = 0.6f;
+  json scene = emptyScene(24, 24, 4);
+  scene["render"]["max_depth"] = 40;
+  scene["render"]["russian_roulette_depth"] = 40;
+  scene["camera"] = {{"position", {0, 2.5, 2.5}}, {"look_at", {0, 0.4, 0}}, {"fov", 40}};
+  scene["objects"].push_back({{"shape", "plane"}, {"size", 100.0}, {"material", matteMaterial(1, 1, 1)}});
+  scene["objects"].push_back({{"shape", "sphere"}, {"radius", 0.5}, {"transform", {{"translate", {0, 0.6, 0}}}},
+                              {"material", {{"shader", "velk_qora_Mtl_Dielectric"}, {"parameters", {{"u_ior", 1.5}}}}}});
+  scene["environment"] = {{"shader", "GradientBackground"},
+                          {"parameters",
+                           {{"backgroundTopColor", {sky, sky, sky}},
+                            {"backgroundBottomColor", {sky, sky, sky}},
+                            {"backgroundColor", {sky, sky, sky}}}}};
+  const Rendered r = renderScene(scene);
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 24; ++x) EXPECT_NEAR(r.pixel(x, y)[1], sky, 1e-4f) << "pixel " << x << ", " << y;
 }
 
 TEST(PictureTest, InsideAClosedEmissiveSphereTheRadianceIsTheGeometricSeries) {
