@@ -70,16 +70,9 @@ inline float ggxLambda(Vector v, float alpha) {
   return 0.5f * (std::sqrt(1.0f + alpha * alpha * sin2 / cos2) - 1.0f);
 }
 
-// G1(v): the share of microfacets seen from v that are not masked.
-inline float ggxMasking(Vector v, float alpha) { return 1.0f / (1.0f + ggxLambda(v, alpha)); }
-
-// G2(o, i), height-correlated: the share visible from both directions.
-inline float ggxMaskingShadowing(Vector o, Vector i, float alpha) {
-  return 1.0f / (1.0f + ggxLambda(o, alpha) + ggxLambda(i, alpha));
-}
-
 // A microfacet normal drawn from the normals visible from v (v.z > 0), with
-// density ggxVisibleNormalDensity, from two uniform numbers in [0, 1).
+// the density G1(v) max(0, v.m) D(m) / v.z (G1 = 1 / (1 + Lambda(v))), from
+// two uniform numbers in [0, 1).
 inline Vector sampleGgxVisibleNormal(Vector v, float alpha, float u1, float u2) {
   // The view stretched to the configuration of a unit-width distribution, in
   // which the visible normals are a projected hemisphere.
@@ -98,13 +91,6 @@ inline Vector sampleGgxVisibleNormal(Vector v, float alpha, float u1, float u2) 
   const float p3 = std::sqrt(std::fmax(0.0f, 1.0f - p1 * p1 - p2 * p2));
   const Vector h = t1 * p1 + t2 * p2 + stretched * p3;
   return normalized(Vector{alpha * h.x, alpha * h.y, std::fmax(0.0f, h.z)});
-}
-
-// The density of sampleGgxVisibleNormal: G1(v) max(0, v.m) D(m) / v.z.
-inline float ggxVisibleNormalDensity(Vector v, Vector m, float alpha) {
-  const float vm = dot(v, m);
-  if (!(vm > 0.0f) || !(v.z > 0.0f)) return 0.0f;
-  return ggxMasking(v, alpha) * vm * ggxDistribution(m, alpha) / v.z;
 }
 
 // Fresnel reflectance of unpolarised light meeting the boundary at the given
@@ -149,6 +135,17 @@ struct LobeValue {
   bool valid() const { return density > 0.0f; }
 };
 
+// The value and density of a lobe at i whose half vector h (in `lobe`) maps
+// to i with the Jacobian |d omega_h / d omega_i|: the value
+// D G2 |o.h| J / cos o, the density of the visible normals times J,
+// G1 |o.h| D J / cos o (one Lambda of o serves both).
+inline void weighLobe(Vector o, Vector i, float alpha, float oh, float jacobian, LobeValue& lobe) {
+  const float common = ggxDistribution(lobe.half, alpha) * oh * jacobian / o.z;
+  const float lambdaO = ggxLambda(o, alpha);
+  lobe.value = common / (1.0f + lambdaO + ggxLambda(i, alpha));
+  lobe.density = common / (1.0f + lambdaO);
+}
+
 // GGX reflection from o to i, both above the surface.
 inline LobeValue ggxReflection(Vector o, Vector i, float alpha) {
   LobeValue lobe;
@@ -156,9 +153,7 @@ inline LobeValue ggxReflection(Vector o, Vector i, float alpha) {
   lobe.half = normalized(o + i);
   const float oh = dot(o, lobe.half);
   if (!(oh > 0.0f)) return lobe;
-  const float d = ggxDistribution(lobe.half, alpha);
-  lobe.value = d * ggxMaskingShadowing(o, i, alpha) / (4.0f * o.z);
-  lobe.density = ggxVisibleNormalDensity(o, lobe.half, alpha) / (4.0f * oh);
+  weighLobe(o, i, alpha, oh, 1.0f / (4.0f * oh), lobe);
   return lobe;
 }
 
@@ -179,8 +174,7 @@ inline LobeValue ggxTransmission(Vector o, Vector i, float alpha, float eta) {
   const float denominator = oh + eta * ih;
   const float jacobian = eta * eta * -ih / (denominator * denominator);
   if (!(jacobian < INFINITY)) return lobe;
-  lobe.value = ggxDistribution(h, alpha) * ggxMaskingShadowing(o, i, alpha) * oh * jacobian / o.z;
-  lobe.density = ggxVisibleNormalDensity(o, h, alpha) * jacobian;
+  weighLobe(o, i, alpha, oh, jacobian, lobe);
   return lobe;
 }
 

@@ -165,12 +165,12 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     state->lobeFlags = 64;
   }
 
-  // Beer-Lambert over `distance`: colour^(distance / reference distance),
-  // per channel. No distance (0, negative or NaN) absorbs nothing.
+  // Beer-Lambert over `distance`: exp(-sigma distance) =
+  // colour^(distance / reference distance), per channel. No distance (0,
+  // negative or NaN) absorbs nothing.
   void absorptionOver(float distance, float out[3]) const {
-    const float ratio = distance / u_transmissionDistance;
-    const float* colour = transmissionColour();
-    for (int k = 0; k < 3; ++k) out[k] = ratio > 0.0f ? std::pow(clampUnit(colour[k]), ratio) : 1.0f;
+    for (int k = 0; k < 3; ++k)
+      out[k] = distance > 0.0f && absorption_[k] > 0.0f ? std::exp(-absorption_[k] * distance) : 1.0f;
   }
 
   // The slope of the waves in the frame: the gradient of the wave height,
@@ -288,6 +288,26 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     state->pdf = pdf;
     state->pdfSecondary = pdf;
     state->lobeFlags = lobe;
+  }
+
+  // The absorption coefficient sigma per channel (per scene unit):
+  // -ln(colour) / reference distance. A reference distance of 0 absorbs a
+  // colour below 1 at once; a negative or NaN one absorbs nothing.
+  float absorption_[3] = {0.0f, 0.0f, 0.0f};
+
+ public:
+  void deriveCachedValues() {
+    const float* colour = transmissionColour();
+    const float reference = u_transmissionDistance;
+    for (int k = 0; k < 3; ++k) {
+      const float c = clampUnit(colour[k]);
+      if (!(c < 1.0f) || !(reference >= 0.0f))
+        absorption_[k] = 0.0f;
+      else if (reference == 0.0f)
+        absorption_[k] = INFINITY;
+      else
+        absorption_[k] = -std::log(c) / reference;
+    }
   }
 };
 
