@@ -101,7 +101,8 @@ Settings paintLayer(const std::string& layer) {
   if (all) add({{"u_flakeDensity", {0.6f}}, {"u_flakeFadeDistance", {2.0f}}, {"u_pearlHueShift", {0.3f}}});
   return s;
 }
-const char* const kPaintLayers[] = {"diffuse", "metallic", "flakes", "sheen", "pearl", "clear", "gloss", "coats", "all"};
+const char* const kPaintLayers[] = {"diffuse", "metallic", "flakes", "sheen", "pearl",
+                                    "clear",   "gloss",    "coats",  "all"};
 
 // A smooth boundary reflects with the probability F that sampleBsdf reports:
 // ((n - 1) / (n + 1))^2 head on, 1 beyond the critical angle; otherwise it
@@ -193,7 +194,8 @@ TEST(Dielectric, WhiteFurnaceGainsNothingAndSmoothGlassLosesNothing) {
   // T the cosine-weighted mean of 1 - F: what the coat reflects, the base
   // does not get again.
   auto fresnel = [](double c) {
-    const double t = std::sqrt(1.0 - (1.0 - c * c) / 2.25), s = (c - 1.5 * t) / (c + 1.5 * t), p = (1.5 * c - t) / (1.5 * c + t);
+    const double t = std::sqrt(1.0 - (1.0 - c * c) / 2.25);
+    const double s = (c - 1.5 * t) / (c + 1.5 * t), p = (1.5 * c - t) / (1.5 * c + t);
     return 0.5 * (s * s + p * p);
   };
   double mean = 0.0;
@@ -202,7 +204,8 @@ TEST(Dielectric, WhiteFurnaceGainsNothingAndSmoothGlassLosesNothing) {
   lacquer.push_back({"u_clearCoatAmount", {1}});
   for (float degrees : {0.0f, 60.0f, 85.0f}) {
     const double f = fresnel(std::cos(degrees * kPi / 180.0f));
-    EXPECT_NEAR(albedo(Material(kPaint, lacquer), fromAngle(degrees), true, 20000, context), f + (1.0 - f) * mean, 5e-3);
+    const float a = albedo(Material(kPaint, lacquer), fromAngle(degrees), true, 20000, context);
+    EXPECT_NEAR(a, f + (1.0 - f) * mean, 5e-3);
   }
 }
 
@@ -294,7 +297,8 @@ void expectFiniteEverywhere(const char* shader, const Settings& settings) {
           op->evaluateRadiance(&context, &s);
           for (float v : answers) EXPECT_TRUE(std::isfinite(v));
           for (int k = 0; k < 3; ++k)
-            for (float v : {s.bsdfWeight[k], s.shadowTransmission[k], s.radiance[k], s.pdf}) EXPECT_TRUE(std::isfinite(v));
+            for (float v : {s.bsdfWeight[k], s.shadowTransmission[k], s.radiance[k], s.pdf})
+              EXPECT_TRUE(std::isfinite(v));
         }
 }
 

@@ -103,7 +103,8 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
   // A shadow ray crosses without bending: 1 - F at the angle it meets the
   // boundary from outside, times the square root of the transmission colour.
   void shadowTransmission(IShadingContext*, ShadingState* state) override {
-    const float f = microfacet::dielectricFresnel(dot3(state->rayDirection, state->normal), microfacet::relativeIndex(u_ior));
+    const float cosine = dot3(state->rayDirection, state->normal);
+    const float f = microfacet::dielectricFresnel(cosine, microfacet::relativeIndex(u_ior));
     const float* colour = transmissionColour();
     for (int k = 0; k < 3; ++k) state->shadowTransmission[k] = (1.0f - f) * std::sqrt(clampUnit(colour[k]));
     applyTint(state->shadowTransmission);

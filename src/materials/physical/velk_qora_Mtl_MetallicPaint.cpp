@@ -50,7 +50,9 @@ enum Lobe { kClearCoat, kGlossCoat, kFlake, kMergedFlakes, kMetallicBase, kDiffu
 
 // The GGX width of a lobe that has no delta branch: at least the sharpest
 // width the family samples.
-float lobeAlpha(float roughness) { return std::fmax(microfacet::alphaFromRoughness(roughness), microfacet::kSmoothAlpha); }
+float lobeAlpha(float roughness) {
+  return std::fmax(microfacet::alphaFromRoughness(roughness), microfacet::kSmoothAlpha);
+}
 
 // One coat: the share of light it reflects at a cosine is amount x F.
 struct Coat {
@@ -207,7 +209,8 @@ class velk_qora_Mtl_MetallicPaint final : public ShaderImpl<MaterialShader> {
   void coats(Paint& p) const {
     p.clear = Coat{clampUnit(u_clearCoatAmount), microfacet::relativeIndex(u_clearCoatIor),
                    microfacet::alphaFromRoughness(u_clearCoatRoughness)};
-    p.gloss = Coat{clampUnit(u_glossCoatAmount), microfacet::relativeIndex(u_glossCoatIor), lobeAlpha(u_glossCoatRoughness)};
+    p.gloss = Coat{clampUnit(u_glossCoatAmount), microfacet::relativeIndex(u_glossCoatIor),
+                   lobeAlpha(u_glossCoatRoughness)};
   }
 
   static float coatsTransmitted(const Paint& p, float cosine) {
