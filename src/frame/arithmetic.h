@@ -36,9 +36,13 @@ inline void copy3(float out[3], const float in[3]) {
   out[2] = in[2];
 }
 
-// Divides by the length when it is positive; returns the length.
+// Divides by the length when it is positive; returns the length. A squared
+// length of exactly 1 (about half of all unit vectors) skips the square root
+// and the divisions, which would leave every bit as it is.
 inline float normalizeIfNonZero(float v[3]) {
-  const float length = std::sqrt(dot3(v, v));
+  const float squared = dot3(v, v);
+  if (squared == 1.0f) return 1.0f;
+  const float length = std::sqrt(squared);
   if (length > 0.0f) {
     v[0] = v[0] / length;
     v[1] = v[1] / length;
