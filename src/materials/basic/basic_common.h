@@ -3,10 +3,11 @@
 
 #include <cmath>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 
 namespace kvi::basic {
 
+// The shared vector helpers, under the names the family has always used.
 using ::kvi::copy3;
 using ::kvi::dot3;
 using ::kvi::mirrorDirection;

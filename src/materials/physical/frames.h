@@ -5,7 +5,7 @@
 // and the frame. Zero vectors are left unnormalised instead of becoming NaN.
 #pragma once
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 
 namespace kvi::physical {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "materials/physical/frames.h"
 
 namespace kvi::physical {

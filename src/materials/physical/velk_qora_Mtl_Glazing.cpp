@@ -8,7 +8,7 @@
 // that the glazing takes its siblings' parameter set, and read by nothing.
 #include <cmath>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "frame/parameters.h"
 #include "frame/registry.h"
 #include "frame/surface.h"

@@ -4,7 +4,7 @@
 // diffuse part, no answer to light samples (its evaluateBsdf and
 // evaluateRadiance are empty, though the operation mask keeps evaluateBsdf's
 // bit) and no varyings.
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "frame/parameters.h"
 #include "frame/registry.h"
 #include "materials/physical/parameters.h"

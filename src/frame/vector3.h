@@ -1,6 +1,7 @@
-// Scalar and three-float vector arithmetic the shaders share. Single
-// precision, summed in x, y, z order; a zero vector is left as it is by
-// normalizeIfNonZero.
+// Three-float vector helpers that several shader families share: the basic
+// materials for their half vectors and diffuse samples, the lights for their
+// samples on the light, the physically based family for its frames. Single
+// precision, summed in x, y, z order.
 #pragma once
 
 #include <algorithm>
@@ -15,15 +16,6 @@ inline float max3(const float c[3]) { return std::max(std::max(c[0], c[1]), c[2]
 
 inline float dot3(const float a[3], const float b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 
-inline void cross3(const float a[3], const float b[3], float out[3]) {
-  const float x = a[1] * b[2] - a[2] * b[1];
-  const float y = a[2] * b[0] - a[0] * b[2];
-  const float z = a[0] * b[1] - a[1] * b[0];
-  out[0] = x;
-  out[1] = y;
-  out[2] = z;
-}
-
 inline void setAll3(float out[3], float value) {
   out[0] = value;
   out[1] = value;
@@ -36,9 +28,19 @@ inline void copy3(float out[3], const float in[3]) {
   out[2] = in[2];
 }
 
-// Divides by the length when it is positive; returns the length. A squared
-// length of exactly 1 (about half of all unit vectors) skips the square root
-// and the divisions, which would leave every bit as it is.
+inline void cross3(const float a[3], const float b[3], float out[3]) {
+  const float x = a[1] * b[2] - a[2] * b[1];
+  const float y = a[2] * b[0] - a[0] * b[2];
+  const float z = a[0] * b[1] - a[1] * b[0];
+  out[0] = x;
+  out[1] = y;
+  out[2] = z;
+}
+
+// Divides by the length when it is positive, so a zero vector is left as it
+// is; returns the length. A squared length of exactly 1 (about half of all
+// unit vectors) skips the square root and the divisions, which would leave
+// every bit as it is.
 inline float normalizeIfNonZero(float v[3]) {
   const float squared = dot3(v, v);
   if (squared == 1.0f) return 1.0f;
