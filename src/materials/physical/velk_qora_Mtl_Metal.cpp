@@ -161,12 +161,7 @@ class velk_qora_Mtl_Metal final : public ShaderImpl<MaterialShader> {
                             kOpEvaluateBsdf | kOpSampleBsdf,
                         KVI_METAL_PARAMETERS)
 
-  void shadeSurface(IShadingContext*, ShadingState* state) override {
-    state->surfaceResult[0] = 1.0f;
-    state->surfaceResult[1] = 0.0f;
-    state->surfaceResult[2] = 0.0f;
-    state->surfaceResult[3] = 1.0f;
-  }
+  void shadeSurface(IShadingContext*, ShadingState* state) override { writeSurfaceResult(state, 1, 0, 0, 1); }
 
   void shadowTransmission(IShadingContext*, ShadingState* state) override {
     setAll3(state->shadowTransmission, 0.0f);

@@ -26,10 +26,7 @@ class velk_qora_Mtl_Mirror final : public ShaderImpl<MaterialShader> {
 
   // The mirror writes 0 in the fourth component where the metal writes 1.
   void shadeSurface(IShadingContext*, ShadingState* state) override {
-    state->surfaceResult[0] = 1.0f;
-    state->surfaceResult[1] = 0.0f;
-    state->surfaceResult[2] = 0.0f;
-    state->surfaceResult[3] = 0.0f;
+    physical::writeSurfaceResult(state, 1, 0, 0, 0);
   }
 
   void shadowTransmission(IShadingContext*, ShadingState* state) override { setAll3(state->shadowTransmission, 0.0f); }
