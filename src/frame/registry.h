@@ -15,7 +15,10 @@
 #include "materials/basic/shaders.h"
 #include "materials/physical/shaders.h"
 
-#define KVI_SHADERS(X) KVI_LIGHT_SHADERS(X) KVI_ENVIRONMENT_SHADERS(X) KVI_BASIC_MATERIAL_SHADERS(X) \
+#define KVI_SHADERS(X)          \
+  KVI_LIGHT_SHADERS(X)          \
+  KVI_ENVIRONMENT_SHADERS(X)    \
+  KVI_BASIC_MATERIAL_SHADERS(X) \
   KVI_PHYSICAL_MATERIAL_SHADERS(X)
 
 // Defines, in namespace kvi, in the shader's own file, the factory behind

@@ -10,14 +10,17 @@
 
 namespace kvi::physical {
 
+// The fixed colours the family's shadeSurface bodies write.
+inline void writeSurfaceResult(ShadingState* state, float r, float g, float b, float a) {
+  state->surfaceResult[0] = r;
+  state->surfaceResult[1] = g;
+  state->surfaceResult[2] = b;
+  state->surfaceResult[3] = a;
+}
+
 // shadeSurface of the glazing, the dielectric and the metallic paint:
 // surfaceResult = (1, 0.1, 1, 1), whatever the parameters.
-inline void shadeGlassSurface(ShadingState* state) {
-  state->surfaceResult[0] = 1.0f;
-  state->surfaceResult[1] = 0.1f;
-  state->surfaceResult[2] = 1.0f;
-  state->surfaceResult[3] = 1.0f;
-}
+inline void shadeGlassSurface(ShadingState* state) { writeSurfaceResult(state, 1.0f, 0.1f, 1.0f, 1.0f); }
 
 // evaluateRadiance of a material without a diffuse part (the glazing, the
 // dielectric): marks the radiance as done and adds nothing.

@@ -12,11 +12,11 @@ constexpr float kMinTangentLengthSquared = 1e-12f;
 // tangent when they are this close to opposite.
 constexpr float kOppositeCosine = -0.9999f;
 
-// v - n (v . n) into out; true when it is long enough to serve as a tangent.
-bool perpendicularPart(const float v[3], const float n[3], float out[3]) {
+// True when v has a part perpendicular to the unit n long enough to serve as
+// a tangent: |v|^2 - (v . n)^2, both dot products side by side.
+bool hasPerpendicularPart(const float v[3], const float n[3]) {
   const float along = dot3(v, n);
-  for (int i = 0; i < 3; ++i) out[i] = v[i] - n[i] * along;
-  return dot3(out, out) > kMinTangentLengthSquared;
+  return dot3(v, v) - along * along > kMinTangentLengthSquared;
 }
 
 // Turns t by the shortest rotation that takes the unit vector from to the
@@ -33,27 +33,28 @@ void rotateAlong(const float from[3], const float to[3], float t[3]) {
 
 }  // namespace
 
-void initialFrame(const float hostFrame[9], const float tangent[3], const float bitangent[3], const float normal[3],
-                  float frame[9]) {
+void startFrame(const float hostFrame[9], const float tangent[3], const float bitangent[3], const float normal[3],
+                float frame[9]) {
   float* t = frame;
+  setAll3(frame + 3, 0.0f);
   copy3(frame + 6, normal);
-  float fromBitangent[3];
-  cross3(bitangent, normal, fromBitangent);
-  if (!perpendicularPart(tangent, normal, t) && !perpendicularPart(fromBitangent, normal, t) &&
-      !perpendicularPart(hostFrame, normal, t))
-    completeFrame(normal, t, frame + 3);
-  orthonormalizeFrame(frame);
+  if (hasPerpendicularPart(tangent, normal)) {
+    copy3(t, tangent);
+    return;
+  }
+  cross3(bitangent, normal, t);
+  if (hasPerpendicularPart(t, normal)) return;
+  if (hasPerpendicularPart(hostFrame, normal)) {
+    copy3(t, hostFrame);
+    return;
+  }
+  completeFrame(normal, t, frame + 3);
 }
 
-void orthonormalizeFrame(float frame[9]) {
-  float* t = frame;
-  float* b = frame + 3;
-  const float* n = frame + 6;
-  const float along = dot3(t, n);
-  for (int i = 0; i < 3; ++i) t[i] = t[i] - n[i] * along;
-  normalizeIfNonZero(t);
-  cross3(n, t, b);
-  normalizeIfNonZero(b);
+void initialFrame(const float hostFrame[9], const float tangent[3], const float bitangent[3], const float normal[3],
+                  float frame[9]) {
+  startFrame(hostFrame, tangent, bitangent, normal, frame);
+  orthonormalizeFrame(frame);
 }
 
 void rotateFrame(float frame[9], float angle) {

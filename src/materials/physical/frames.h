@@ -5,21 +5,36 @@
 // and the frame. Zero vectors are left unnormalised instead of becoming NaN.
 #pragma once
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 
 namespace kvi::physical {
 
 // The starting frame of a hit: the normal is the shading normal; the tangent
-// is the "tangent" varying made perpendicular to it, or, where that has no
-// such part (zero, or along the normal), the "bitangent" varying turned into a
+// is the "tangent" varying, or, where that has no part perpendicular to the
+// normal (zero, or along the normal), the "bitangent" varying turned into a
 // tangent (B x N), then the host's frame tangent, and last a tangent completed
-// from the normal alone. The bitangent follows as N x T (orthonormalizeFrame).
+// from the normal alone; then orthonormalizeFrame makes it perpendicular and
+// adds the bitangent N x T.
 void initialFrame(const float hostFrame[9], const float tangent[3], const float bitangent[3], const float normal[3],
                   float frame[9]);
+// The same choice of tangent, as it is (not yet perpendicular to the normal
+// nor normalised), and no bitangent yet (zeros): for a caller that
+// orthonormalises the frame itself later, once.
+void startFrame(const float hostFrame[9], const float tangent[3], const float bitangent[3], const float normal[3],
+                float frame[9]);
 
 // T <- T - N (T . N), normalised when its length is positive; B <- N x T,
 // likewise. N is not changed.
-void orthonormalizeFrame(float frame[9]);
+inline void orthonormalizeFrame(float frame[9]) {
+  float* t = frame;
+  float* b = frame + 3;
+  const float* n = frame + 6;
+  const float along = dot3(t, n);
+  for (int i = 0; i < 3; ++i) t[i] = t[i] - n[i] * along;
+  normalizeIfNonZero(t);
+  cross3(n, t, b);
+  normalizeIfNonZero(b);
+}
 
 // Turns T and B about N by the angle (radians): nothing when it is 0,
 // otherwise T' = T cos a + B sin a, B' = -T sin a + B cos a.

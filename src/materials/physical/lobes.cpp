@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "materials/physical/frames.h"
 
 namespace kvi::physical {
@@ -41,12 +41,14 @@ bool sampleAnisotropicLobe(const float xi[2], const float view[3], float wx, flo
   // The slope of the half vector, Gaussian with the lobe's widths.
   const float radius = std::sqrt(-std::log(1.0f - xi[0]));
   const float phi = kTwoPi * xi[1];
-  float h[3] = {wx * radius * std::cos(phi), wy * radius * std::sin(phi), 1.0f};
-  normalizeIfNonZero(h);
+  // The half vector (slope, 1), not normalised: the reflection divides by
+  // its squared length instead.
+  const float h[3] = {wx * radius * std::cos(phi), wy * radius * std::sin(phi), 1.0f};
   const float vh = dot3(v, h);
   if (!(vh > 0.0f)) return false;
+  const float scale = 2.0f * vh / dot3(h, h);
   float* l = out.local;
-  for (int i = 0; i < 3; ++i) l[i] = 2.0f * vh * h[i] - v[i];
+  for (int i = 0; i < 3; ++i) l[i] = scale * h[i] - v[i];
   if (!(l[2] > 0.0f)) return false;
   toWorld(frame, l, out.direction);
   for (int i = 0; i < 3; ++i) out.halfVector[i] = l[i] + v[i];

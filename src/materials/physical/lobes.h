@@ -52,7 +52,9 @@ inline float anisotropicHalfVectorLobe(const float o[3], const float h[3], float
   if (ax == 0.0f || ay == 0.0f) return 1.0f;
   const float dx = h[0] - o[0], dy = h[1] - o[1], dz = h[2] - o[2];
   const float dx2 = dx * dx, dy2 = dy * dy, dz2 = dz * dz;
-  const float e = std::exp(-(dx2 / (ax * ax) + dy2 / (ay * ay)) / dz2);
+  const float exponent = -(dx2 / (ax * ax) + dy2 / (ay * ay)) / dz2;
+  // expf is 0 far below -103.97 anyway; its slow underflow path is skipped.
+  const float e = exponent < -104.0f ? 0.0f : std::exp(exponent);
   return e * (1.0f / (ax * kPi * ay)) * (dx2 + dy2 + dz2) / (dz2 * dz2);
 }
 

@@ -26,7 +26,7 @@ const json& knownPresets() {
     "SolidEffect": {"diffuse": [0.3, 0.65, 0.3]},
     "VertexColorEffect": {"use_diffuse_map": true, "diffuse_map": "checker", "diffuse_map_tint": [0.9, 0.75, 0.4]},
     "velk_qora_Mtl_Metal": {"u_diffuseColor": [0.08, 0.06, 0.04], "u_diffuseWeight": 0.2,
-                            "u_specularColor": [0.95, 0.72, 0.4], "u_glossiness": 0.8, "u_reflectivity": 1.0,
+                            "u_specularColor": [0.95, 0.72, 0.4], "u_glossiness": 0.45, "u_reflectivity": 1.0,
                             "u_brdfCurvePower": 5.0, "u_brdf00Reflectivity": 0.85, "u_brdf90Reflectivity": 1.0},
     "velk_qora_Mtl_Mirror": {"u_tintColor": [0.9, 0.9, 0.92]},
     "velk_qora_Mtl_Glazing": {"u_refractColor": [0.8, 0.95, 0.9], "u_reflectance": 0.25},
