@@ -104,6 +104,13 @@ TEST(PictureTest, PointLightIrradianceFollowsItsAttenuationFlags) {
 
 // ---- furnaces -----------------------------------------------------------
 
+// A gradient background of the same radiance in every direction.
+json uniformEnvironment(float radiance) {
+  const json c = {radiance, radiance, radiance};
+  return {{"shader", "GradientBackground"},
+          {"parameters", {{"backgroundTopColor", c}, {"backgroundBottomColor", c}, {"backgroundColor", c}}}};
+}
+
 // Materials that conserve energy, set up as white diffuse reflectors or as
 // clear glass (a path refracts in and out, reflecting its Fresnel share).
 const std::pair<const char*, json> kWhiteDiffuse[] = {
@@ -136,11 +143,7 @@ TEST(PictureTest, WhiteDiffuseBallInAUniformEnvironmentIsAsBrightAsTheEnvironmen
       if (onFloor)
         scene["objects"].push_back(
             {{"shape", "plane"}, {"size", 3.0}, {"transform", {{"translate", {0, -1.3, 0}}}}, {"material", material}});
-      scene["environment"] = {{"shader", "GradientBackground"},
-                              {"parameters",
-                               {{"backgroundTopColor", {sky, sky, sky}},
-                                {"backgroundBottomColor", {sky, sky, sky}},
-                                {"backgroundColor", {sky, sky, sky}}}}};
+      scene["environment"] = uniformEnvironment(sky);
       const Rendered r = renderScene(scene);
       int onBall = 0;
       for (int y = 0; y < 24; ++y)
@@ -171,11 +174,7 @@ TEST(PictureTest, ClearGlassOverAWhiteFloorChangesNothingInAUniformEnvironment) 
   scene["objects"].push_back({{"shape", "plane"}, {"size", 100.0}, {"material", matteMaterial(1, 1, 1)}});
   scene["objects"].push_back({{"shape", "sphere"}, {"radius", 0.5}, {"transform", {{"translate", {0, 0.6, 0}}}},
                               {"material", {{"shader", "velk_qora_Mtl_Dielectric"}, {"parameters", {{"u_ior", 1.5}}}}}});
-  scene["environment"] = {{"shader", "GradientBackground"},
-                          {"parameters",
-                           {{"backgroundTopColor", {sky, sky, sky}},
-                            {"backgroundBottomColor", {sky, sky, sky}},
-                            {"backgroundColor", {sky, sky, sky}}}}};
+  scene["environment"] = uniformEnvironment(sky);
   const Rendered r = renderScene(scene);
   for (int y = 0; y < 24; ++y)
     for (int x = 0; x < 24; ++x) EXPECT_NEAR(r.pixel(x, y)[1], sky, 1e-4f) << "pixel " << x << ", " << y;
