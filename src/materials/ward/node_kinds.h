@@ -24,14 +24,14 @@
         doc("placement of the noise space: the hit position, as the row vector (x, y, z, 1), times this matrix",  \
             "any 4 x 4 transform"),                                                                               \
         KVI_WARD_IDENTITY4)                                                                                       \
-  PARAM(Int, type, doc("kind of noise: 0 regular (one level), 1 fractal, 2 turbulence", "0, 1 or 2"), 1)          \
-  INPUT(color1, doc("colour at noise value 0", "0 to 1 per channel"), {0.86f, 0.82f, 0.75f, 1.0f})                \
-  INPUT(color2, doc("colour at noise value 1", "0 to 1 per channel"), {0.22f, 0.19f, 0.17f, 1.0f})                \
+  PARAM(Int, type, doc("kind of noise: 0 regular (one level), 1 fractal, 2 turbulence", "0, 1 or 2"), 2)          \
+  INPUT(color1, doc("colour at noise value 0", "0 to 1 per channel"), {0.2f, 0.18f, 0.17f, 1.0f})                \
+  INPUT(color2, doc("colour at noise value 1", "0 to 1 per channel"), {0.88f, 0.85f, 0.8f, 1.0f})                \
   PARAM(Float, size,                                                                                              \
         doc("feature size; the placed point is divided by it, 0 counts as 1e-5", "above 0", "noise-space units"), \
         0.35f)                                                                                                    \
   PARAM(Float, thresholdLow, doc("noise value mapped to 0; no remap unless below thresholdHigh", "0 to 1"), 0.0f) \
-  PARAM(Float, thresholdHigh, doc("noise value mapped to 1", "0 to 1"), 1.0f)                                     \
+  PARAM(Float, thresholdHigh, doc("noise value mapped to 1", "0 to 1"), 0.3f)                                     \
   PARAM(Float, levels,                                                                                            \
         doc("number of octaves of the fractal and turbulence sums, fractions allowed; capped by the footprint",   \
             "1 or more"),                                                                                         \

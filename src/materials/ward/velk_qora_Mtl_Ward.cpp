@@ -127,7 +127,7 @@ class velk_qora_Mtl_Ward final : public ShaderImpl<MaterialShader> {
       const float* irradiance = context->gatherIrradiance(buffer, state->position, state->normal);
       if (max3(irradiance) > 1e-5f) {
         WardHit hit;
-        ward::evaluateHit(*this, context, state, sources(), hit);
+        ward::evaluateHit(*this, context, state, sources(), hit, /*glossy=*/false);
         for (int i = 0; i < 3; ++i)
           emitted[i] +=
               irradiance[i] * (1.0f - hit.reflectance) * (1.0f - hit.transparency) * hit.diffuse[i] * physical::kInvPi;

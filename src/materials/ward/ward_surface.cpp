@@ -38,7 +38,10 @@ void wardLobe(const float i[3], const float o[3], const float cd[3], const float
     return;
   }
   const float sx = h[0] / ax, sy = h[1] / ay;
-  const float e = std::exp(-(sx * sx + sy * sy) / (h[2] * h[2]));
+  const float exponent = -(sx * sx + sy * sy) / (h[2] * h[2]);
+  // Far below ln 1e-6 = -13.8 the exponential is not needed to know that it
+  // is too small (and its underflow is slow).
+  const float e = exponent > -20.0f ? std::exp(exponent) : 0.0f;
   if (!(e > 1e-6f)) {
     for (int c = 0; c < 3; ++c) out[c] = cd[c] * kWardInvPi;
     return;

@@ -187,9 +187,12 @@ inline void darkenForMetal(float d[3], const float cs[3], float rf) {
 
 // ---- frames -------------------------------------------------------------------
 
+// Without `glossy` (an operation that reads only the shading frame), the
+// bends that only the glossy frame gets are skipped and it is left as the
+// shading frame.
 template <class M>
 void framesOf(const M& m, IShadingContext* context, const ShadingState* state, const float uv[2], const WardSources& s,
-              WardFrames& f) {
+              bool glossy, WardFrames& f) {
   float tangent[3], bitangent[3];
   physical::readVarying(state, physical::kTangentOffset, tangent);
   physical::readVarying(state, physical::kBitangentOffset, bitangent);
@@ -211,13 +214,14 @@ void framesOf(const M& m, IShadingContext* context, const ShadingState* state, c
   }
   float afterNormal0[9];
   for (int i = 0; i < 9; ++i) afterNormal0[i] = frame[i];
-  if (m.u_normal1MapEnable) {
+  const bool bendsGlossy = glossy || m.u_normal1AsShadingNormal;
+  if (bendsGlossy && m.u_normal1MapEnable) {
     float slope[3];
     physical::normalMapSlope(1, m.u_normal1Map, m.u_normal1Transform, m.u_normal1Amount, 0, m.u_normal1Map,
                              m.u_normal1Transform, uv, 1.0f, slope);
     physical::bendFrameTowardViewer(state->rayDirection, slope, frame);
   }
-  if (m.u_procedureMapEnable > 0) {
+  if (bendsGlossy && m.u_procedureMapEnable > 0) {
     float p[3];
     const ProceduralBump bump{m.u_procedureMapEnable, m.u_procedureMapTiling, m.u_procedureMapAmount, &m.u_smokeMap};
     if (proceduralBump(context, bump, state->position, frame, p)) {
@@ -242,10 +246,11 @@ void framesOf(const M& m, IShadingContext* context, const ShadingState* state, c
 // ---- the whole hit ----------------------------------------------------------
 
 template <class M>
-void evaluateHit(const M& m, IShadingContext* context, const ShadingState* state, const WardSources& s, WardHit& hit) {
+void evaluateHit(const M& m, IShadingContext* context, const ShadingState* state, const WardSources& s, WardHit& hit,
+                 bool glossy = true) {
   physical::readVarying(state, physical::kUvOffset, hit.uv);
   const float* uv = hit.uv;
-  framesOf(m, context, state, uv, s, hit.frames);
+  framesOf(m, context, state, uv, s, glossy, hit.frames);
   diffuseOf(m, context, state, uv, s, hit.diffuse);
   specularOf(m, uv, hit.specular);
   hit.reflectance = reflectanceOf(m, uv, -hit.frames.viewShading[2]);

@@ -66,7 +66,7 @@ class WardVariant : public ShaderImpl<MaterialShader> {
       return;
     }
     GraphColors graphs;
-    evaluateGraphs(context, state, graphs);
+    evaluateGraphs(context, state, true, true, graphs);
     WardHit hit;
     evaluateHit(m, context, state, graphs.sources, hit);
     float additional[3];
@@ -94,8 +94,10 @@ class WardVariant : public ShaderImpl<MaterialShader> {
       state->hitDiscarded = 1;
       return;
     }
+    // Only a transparent surface's transmission depends on its diffuse
+    // colour, and none on its normal.
     GraphColors graphs;
-    evaluateGraphs(context, state, graphs);
+    evaluateGraphs(context, state, self().u_transparency != 0, false, graphs);
     shadowTransmissionOf(self(), context, state, graphs.sources, state->shadowTransmission);
   }
 
@@ -116,20 +118,24 @@ class WardVariant : public ShaderImpl<MaterialShader> {
     return m.u_globalClippingMapEnable && !clippingMapKeeps(m.u_globalClippingMap, state->position);
   }
 
-  // Evaluates the graphs whose inputs the hit reads: the diffuse colour
-  // always, the normal map and the cutout when their channels are on.
-  void evaluateGraphs(IShadingContext* context, const ShadingState* state, GraphColors& g) const {
+  // Evaluates the graphs whose inputs the operation reads: the diffuse colour
+  // and the normal map when asked (the normal map only with its channel on),
+  // the cutout when its channel is on.
+  void evaluateGraphs(IShadingContext* context, const ShadingState* state, bool diffuse, bool normal,
+                      GraphColors& g) const {
     const Self& m = self();
     NodeHit at{context, {}, {}, {}};
     copy3(at.position, state->position);
     copy3(at.normal, state->normal);
     physical::readVarying(state, physical::kUvOffset, at.uv);
     if constexpr (Graphs::kDrivesDiffuse) {
-      g.diffuse = Graphs::diffuse_color(m, at);
-      g.sources.diffuse = &g.diffuse;
+      if (diffuse) {
+        g.diffuse = Graphs::diffuse_color(m, at);
+        g.sources.diffuse = &g.diffuse;
+      }
     }
     if constexpr (Graphs::kDrivesNormal0) {
-      if (m.u_normal0MapEnable) {
+      if (normal && m.u_normal0MapEnable) {
         g.normal0 = Graphs::normal0_map(m, at);
         g.sources.normal0 = &g.normal0;
       }
