@@ -5,7 +5,7 @@
 // colour is finally compensated for the host's tone mapper.
 #include <cmath>
 
-#include "environments/tone_mapping.h"
+#include "environments/background.h"
 #include "frame/parameters.h"
 #include "frame/registry.h"
 
@@ -32,22 +32,8 @@ class GradientBackground final : public ShaderImpl<EnvironmentShader> {
   KVI_SHADER_PARAMETERS(GradientBackground, kOpEnvironmentShade, KVI_GRADIENT_BACKGROUND_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
-    float* result = state->surfaceResult;
-    if (context->isRayKind(2) == 0) {
-      gradientColor(result, gradientParameter(state));
-      result[3] = 0.0f;
-    } else if (u_hasLightRepresentation && context->isRayKind(8) != 0) {
-      result[0] = 0.0f;
-      result[1] = 0.0f;
-      result[2] = 0.0f;
-      result[3] = 1.0f;
-    } else {
-      result[0] = backgroundColor[0];
-      result[1] = backgroundColor[1];
-      result[2] = backgroundColor[2];
-      result[3] = 0.0f;
-    }
-    compensateToneMapping(*this, state);
+    shadeScreenBackground(*this, context, state,
+                          [this](const ShadingState* s, float rgb[3]) { gradientColor(rgb, gradientParameter(s)); });
   }
 
  private:

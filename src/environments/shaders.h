@@ -2,5 +2,7 @@
 #pragma once
 
 #define KVI_ENVIRONMENT_SHADERS(X) \
+  X(SimpleBackground)              \
   X(GradientBackground)            \
+  X(ImageBackground)               \
   X(velk_qora_Env_Sky)

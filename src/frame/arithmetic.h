@@ -1,10 +1,12 @@
-// Scalar and three-float vector arithmetic the shaders share. Single
-// precision, summed in x, y, z order; a zero vector is left as it is by
-// normalizeIfNonZero.
+// Scalar and three-float vector arithmetic the shaders share, beside the
+// vector helpers of frame/vector3.h (included). Single precision, summed in
+// x, y, z order; a zero vector is left as it is by normalizeIfNonZero.
 #pragma once
 
 #include <algorithm>
 #include <cmath>
+
+#include "frame/vector3.h"
 
 namespace kvi {
 
@@ -13,8 +15,6 @@ inline float clampUnit(float x) { return x > 0.0f ? (x < 1.0f ? x : 1.0f) : 0.0f
 
 inline float max3(const float c[3]) { return std::max(std::max(c[0], c[1]), c[2]); }
 
-inline float dot3(const float a[3], const float b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-
 inline void cross3(const float a[3], const float b[3], float out[3]) {
   const float x = a[1] * b[2] - a[2] * b[1];
   const float y = a[2] * b[0] - a[0] * b[2];
@@ -22,18 +22,6 @@ inline void cross3(const float a[3], const float b[3], float out[3]) {
   out[0] = x;
   out[1] = y;
   out[2] = z;
-}
-
-inline void setAll3(float out[3], float value) {
-  out[0] = value;
-  out[1] = value;
-  out[2] = value;
-}
-
-inline void copy3(float out[3], const float in[3]) {
-  out[0] = in[0];
-  out[1] = in[1];
-  out[2] = in[2];
 }
 
 // Divides by the length when it is positive; returns the length.
@@ -51,20 +39,6 @@ inline float normalizeIfNonZero(float v[3]) {
 inline void mirrorDirection(float out[3], const float direction[3], const float normal[3]) {
   const float twiceCosine = 2.0f * dot3(direction, normal);
   for (int i = 0; i < 3; ++i) out[i] = direction[i] - twiceCosine * normal[i];
-}
-
-// A right-handed orthonormal frame (t, b, n) completed from the unit vector n
-// alone, without a branch on its direction.
-inline void completeFrame(const float n[3], float t[3], float b[3]) {
-  const float sign = std::copysign(1.0f, n[2]);
-  const float a = -1.0f / (sign + n[2]);
-  const float c = n[0] * n[1] * a;
-  t[0] = 1.0f + sign * n[0] * n[0] * a;
-  t[1] = sign * c;
-  t[2] = -sign * n[0];
-  b[0] = c;
-  b[1] = sign + n[1] * n[1] * a;
-  b[2] = -n[1];
 }
 
 }  // namespace kvi

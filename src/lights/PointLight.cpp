@@ -11,9 +11,8 @@ namespace kvi {
 // The orange default colour is the shader's own choice and is kept.
 #define KVI_POINT_LIGHT_PARAMETERS(PARAM, VARYING)                                                                 \
   PARAM(Color3, color,                                                                                             \
-        doc("light colour; with inverse-square decay, the intensity at decayStartDistance",                        \
-            "0 or more per channel",                                                                               \
-            "intensity (radiance x area / distance^2)"),                                                           \
+        doc("irradiance at distances up to decayStartDistance; beyond it the decay law lowers it",                 \
+            "0 or more per channel", "irradiance"),                                                                \
         {1.0f, 0.5f, 0.1f})                                                                                        \
   PARAM(Color3, attenuationFactors,                                                                                \
         doc("decay law flags (fx, fy, fz): fx = 1 no decay; else fz = 1 inverse square, otherwise inverse linear", \

@@ -12,9 +12,8 @@ namespace kvi {
 // The greenish default colour is the shader's own choice and is kept.
 #define KVI_SPOT_LIGHT_PARAMETERS(PARAM, VARYING)                                                                  \
   PARAM(Color3, color,                                                                                             \
-        doc("light colour; with inverse-square decay, the intensity at decayStartDistance",                        \
-            "0 or more per channel",                                                                               \
-            "intensity (radiance x area / distance^2)"),                                                           \
+        doc("irradiance at distances up to decayStartDistance; beyond it the decay law lowers it",                 \
+            "0 or more per channel", "irradiance"),                                                                \
         {0.1f, 1.0f, 0.5f})                                                                                        \
   PARAM(Float, farAttenuationEnd,                                                                                  \
         doc("distance where the far fade reaches 0", "more than farAttenuationStart", "scene units"),              \

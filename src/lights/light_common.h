@@ -1,6 +1,7 @@
 // Small routines the light shaders share.
 #pragma once
 
+#include "frame/vector3.h"
 #include "kvi/context.h"
 #include "kvi/state.h"
 
@@ -13,12 +14,6 @@
         {1.0f, 1.0f, 1.0f})
 
 namespace kvi {
-
-inline void copy3(float out[3], const float in[3]) {
-  out[0] = in[0];
-  out[1] = in[1];
-  out[2] = in[2];
-}
 
 // Asks the host for the transmission between the shaded point and the light
 // sample and stores it in lightShadow.

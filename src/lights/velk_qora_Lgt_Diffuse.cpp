@@ -46,7 +46,11 @@ class velk_qora_Lgt_Diffuse final : public ShaderImpl<LightShader> {
   KVI_SHADER_PARAMETERS(velk_qora_Lgt_Diffuse, kOpLightShade, KVI_LGT_DIFFUSE_PARAMETERS)
 
   void shade(IShadingContext* context, ShadingState* state) override {
-    const float k = cosineOffAxis(state->lightAxis, state->lightDirection) / falloff(state->lightDistance);
+    // The falloff first: nothing else is then alive across its pow call,
+    // which would otherwise push the cosine and the direction out of the
+    // registers and back.
+    const float f = falloff(state->lightDistance);
+    const float k = cosineOffAxis(state->lightAxis, state->lightDirection) / f;
     float projection[4] = {1.0f, 1.0f, 1.0f, 1.0f};
     if (projMapOn) sampleProjectionCube(projMap, state->lightDirection, projection);
 

@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <vector>
 
 #include "kvi/host/samplers.h"
@@ -26,6 +27,8 @@ namespace {
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInvPi = 0.31830984f;          // bits 0x3EA2F982
 constexpr float kDiffuseDensity = 0.3183099f;  // bits 0x3EA2F984
+constexpr double kPiD = 3.14159265358979;
+using Color = std::array<float, 3>;
 
 // ---- The glossy reflection lobe.
 
@@ -109,13 +112,9 @@ struct RecordingSampler : ITextureSampler {
   }
 };
 
-class BasicMaterialTest : public ::testing::Test {
- protected:
-  TestShader shader{"BasicMaterial"};
-  ScriptedContext context;
-  ShadingState state = shader.state();
-
-  void SetUp() override {
+// A surface of the basic family (BasicMaterial unless named) at a front-facing hit.
+struct BasicSurface {
+  explicit BasicSurface(const char* name = "BasicMaterial") : shader(name) {
     shader.block.setMatrix4("diffuse_map_transform", {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
     shader.block.setColor3("diffuse_map_tint", {1, 1, 1});
     state.normal[2] = state.position[2] = 1.0f;
@@ -125,6 +124,10 @@ class BasicMaterialTest : public ::testing::Test {
     shader.setVarying(state, "vtxcolor", {0.1f, 0.2f, 0.3f, 0.4f});
     context.rayKind = 0;  // none of 1, 2, 3: the override leaves the odds alone
   }
+  TestShader shader;
+  ScriptedContext context;
+  ShadingState state = shader.state();
+
   MaterialShader* material() {
     shader.apply();
     return shader.material();
@@ -151,6 +154,18 @@ class BasicMaterialTest : public ::testing::Test {
     context.samples1D = {x};
     material()->sampleBsdf(&context, &state);
   }
+};
+
+class BasicSurfaceTest : public ::testing::Test, protected BasicSurface {
+ protected:
+  explicit BasicSurfaceTest(const char* name = "BasicMaterial") : BasicSurface(name) {}
+};
+using BasicMaterialTest = BasicSurfaceTest;
+
+// The cut-outs every member of the family shares.
+class BasicFamilyTest : public BasicSurfaceTest, public ::testing::WithParamInterface<const char*> {
+ protected:
+  BasicFamilyTest() : BasicSurfaceTest(GetParam()) {}
 };
 
 TEST_F(BasicMaterialTest, CullModesInBothDirections) {
@@ -323,7 +338,7 @@ struct ScriptedClippingMap : IClippingMapSampler {
   }
 };
 
-TEST_F(BasicMaterialTest, ClippingPlanesCutPointsOnOrBehindThem) {
+TEST_P(BasicFamilyTest, ClippingPlanesCutPointsOnOrBehindThem) {
   host::ClippingPlaneTable table({{1, 0, 0, 5}, {0, 0, 1, -1}});  // keeps x > -5 and z > 1
   shader.block.setClippingMap("u_globalClippingMap", &table, 0);
   EXPECT_EQ(cutAway(), 0);  // not enabled
@@ -353,7 +368,7 @@ TEST_F(BasicMaterialTest, ClippingPlanesCutPointsOnOrBehindThem) {
   EXPECT_EQ(cutAway(), 0);  // an infinite count reads a bounded number of planes
 }
 
-TEST_F(BasicMaterialTest, UvClipKeepsTheClosedUnitSquare) {
+TEST_P(BasicFamilyTest, UvClipKeepsTheClosedUnitSquare) {
   shader.block.setBool("use_uv_clip", 1);
   // x = 4u - 1, y = v; m8 and m9 multiply the third component 0.
   shader.block.setMatrix4("uv_clip_transform", {4, 0, 0, 0, 0, 1, 0, 0, 7, 7, 1, 0, -1, 0, 0, 1});
@@ -365,6 +380,67 @@ TEST_F(BasicMaterialTest, UvClipKeepsTheClosedUnitSquare) {
   }
   shader.block.setBool("use_uv_clip", 0);
   EXPECT_EQ(cutAway(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Basic, BasicFamilyTest, ::testing::Values("BasicMaterial", "SolidEffect", "VertexColorEffect"));
+
+// The effects with colour c = (0.8, 0.4, 0.2) and coverage 0.75, from the
+// parameters (SolidEffect) or the vertices (VertexColorEffect). Lit, they are
+// Lambertian: the evaluated BSDF x cosine integrates over the hemisphere to
+// coverage x c (none from below), and over stratified samples of sampleBsdf
+// the mean throughput of a bounce is coverage x c plus the transparency.
+// Unlit, they show coverage x (emission + c) and reflect nothing.
+TEST(BasicEffects, LitOnesReflectLambertianlyUnlitOnesShowTheirColour) {
+  const Color c{0.8f, 0.4f, 0.2f};
+  for (const char* name : {"SolidEffect", "VertexColorEffect"})
+    for (uint8_t unlit : {0, 5}) {
+      SCOPED_TRACE(::testing::Message() << name << " unlit " << int(unlit));
+      BasicSurface f(name);
+      f.context.irradiance[1] = 2.0f;
+      EXPECT_EQ(f.shader.info->operationMask, 63u);
+      f.shader.block.setBool("unlit", unlit);
+      f.shader.block.setColor3("emissive", {0.5f, 0.0f, 0.0f});
+      if (std::string(name) == "SolidEffect") {
+        f.shader.block.setColor3("diffuse", c);
+        f.shader.block.setFloat("opacity", 0.75f);
+      } else {
+        f.shader.setVarying(f.state, "vtxcolor", {c[0], c[1], c[2], 0.75f});
+      }
+      MaterialShader* m = f.material();
+      m->evaluateRadiance(&f.context, &f.state);
+      const float gathered = unlit ? 0.0f : 0.75f * 1.0f * 2.0f * c[1] * kInvPi;  // irradiance 2 in green
+      EXPECT_FLOAT_EQ(f.state.radiance[1], unlit ? 0.75f * c[1] : gathered);
+      EXPECT_FLOAT_EQ(f.state.radiance[0], 0.75f * (0.5f + (unlit ? c[0] : 0.0f)));
+      double integral = 0;
+      for (int k = 0; k < 2000; ++k) {  // midpoint rule over theta in [0, pi]
+        const double theta = (k + 0.5) * kPiD / 2000;
+        f.state.sampledDirection[0] = float(std::sin(theta)), f.state.sampledDirection[2] = float(std::cos(theta));
+        m->evaluateBsdf(&f.context, &f.state);
+        EXPECT_GE(f.state.bsdfWeight[0], 0.0f);
+        integral += f.state.bsdfWeight[0] * 2 * kPiD * std::sin(theta) * (kPiD / 2000);
+      }
+      EXPECT_NEAR(integral, unlit ? 0.0 : 0.75 * c[0], 1e-4);
+      f.context.diffuseSampled = 1;
+      Color mean{0, 0, 0};
+      for (int k = 0; k < 1000; ++k) {
+        f.context.samples1D = {(k + 0.5f) / 1000};
+        f.context.samples2D = {{0.3f, (k + 0.5f) / 1000}};
+        m->sampleBsdf(&f.context, &f.state);
+        if (f.state.lobeFlags == 0) continue;
+        const float passProbability = unlit ? 1.0f : 0.25f / (0.25f + 0.75f * c[0]);
+        EXPECT_EQ(f.state.lobeFlags, (k + 0.5f) / 1000 < passProbability ? 64 : 1) << k;
+        for (int i = 0; i < 3; ++i) mean[i] += f.state.bsdfWeight[i] * f.state.pdf / f.state.pdfSecondary / 1000;
+      }
+      for (int i = 0; i < 3; ++i) EXPECT_NEAR(mean[i], 0.25f + (unlit ? 0.0f : 0.75f * c[i]), 1e-3f) << i;
+    }
+  // VertexColorEffect multiplies the vertex colour by the tinted texel.
+  BasicSurface f("VertexColorEffect");
+  RecordingSampler texture({0.5f, 1.0f, 1.0f, 1.0f});
+  f.shader.block.setTexture("diffuse_map", &texture, 0);
+  f.shader.block.setBool("use_diffuse_map", 1);
+  f.shader.block.setBool("unlit", 1);
+  f.material()->evaluateRadiance(&f.context, &f.state);
+  EXPECT_FLOAT_EQ(f.state.radiance[0], 0.4f * (0.1f * 0.5f));  // vertex alpha 0.4, red 0.1
 }
 
 class PhongReflectiveTest : public ::testing::Test {

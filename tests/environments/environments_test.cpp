@@ -7,9 +7,13 @@
 #include <cmath>
 #include <cstring>
 #include <random>
+#include <string>
 #include <tuple>
 #include <type_traits>
+#include <vector>
 
+#include "kvi/host/environment_samplers.h"
+#include "kvi/host/samplers.h"
 #include "kvi/host/tone_mapper.h"
 #include "test_shader.h"
 
@@ -45,14 +49,29 @@ const ToneMapSettings kStrong{.enabled = 1, .exposure = 1.7f, .white = {1.1f, 1.
 const ToneMapSettings kMild{.enabled = 1, .exposure = 0.6f, .crushBlacks = 0.1f, .burnHighlightsInv = 8.0f,
                             .saturation = 0.7f, .gamma = 1.8f};
 
-Color compensate(const ToneMapSettings& t, const Color& picked, const Pixel& p = {}) {
-  TestShader background("GradientBackground");
+// The colour a background shows for `picked` after its compensation: the
+// gradient's flat colour (a ray of kind 2), the simple background's image,
+// the image background's picture (camera rays), each showing `picked`.
+Color compensate(const ToneMapSettings& t, const Color& picked, const Pixel& p = {},
+                 const std::string& name = "GradientBackground") {
+  TestShader background(name);
   host::setToneMapParameters(background.block, t);
-  background.block.setColor3("backgroundColor", picked);
-  background.apply();
+  host::ConstantSampler image({picked[0], picked[1], picked[2], 1.0f});
   ScriptedContext context;
   context.rayKindBits = 2;
+  if (name == "SimpleBackground") {
+    background.block.setInt("backgroundMode", 1);
+    background.block.setEnvironmentMap("backgroundImage", &image, 0);
+  } else {
+    background.block.setColor3("backgroundColor", picked);
+  }
+  if (name == "ImageBackground") {
+    background.block.setTexture("image", &image, 0);
+    context.rayKindBits = 1;
+  }
+  background.apply();
   ShadingState state = background.state();
+  state.rayDirection[2] = -1.0f;
   state.rasterPosition[0] = p.x, state.rasterPosition[1] = p.y;
   state.frameResolution[0] = p.width, state.frameResolution[1] = p.height;
   const Rgba r = resultOf(background.environment(), context, state);
@@ -74,15 +93,17 @@ TEST(ToneMappingCompensation, TheHostsToneMapperGivesThePickedColourBack) {
   std::mt19937 rng(7);
   std::uniform_real_distribution<float> channel(0.02f, 0.98f);
   const Pixel pixels[] = {{320, 240, 640, 480}, {10, 20, 640, 480}, {630, 470, 640, 480}};
-  for (const auto& settings : {kStrong, kMild, kIdentity})
-    for (int i = 0; i < 150; ++i) {
-      const Pixel& pixel = pixels[i % 3];
-      const Color picked{channel(rng), channel(rng), channel(rng)};
-      // The closed form of the burn step loses digits to cancellation in dark
-      // channels (sqrt(h^2 + q) - h with h much larger than the result),
-      // hence the absolute allowance.
-      expectNear(forward(settings, compensate(settings, picked, pixel), pixel), picked, 2e-5f, 4e-6f);
-    }
+  for (const char* background : {"GradientBackground", "SimpleBackground", "ImageBackground"})
+    for (const auto& settings : {kStrong, kMild, kIdentity})
+      for (int i = 0; i < 60; ++i) {
+        SCOPED_TRACE(background);
+        const Pixel& pixel = pixels[i % 3];
+        const Color picked{channel(rng), channel(rng), channel(rng)};
+        // The closed form of the burn step loses digits to cancellation in dark
+        // channels (sqrt(h^2 + q) - h with h much larger than the result),
+        // hence the absolute allowance (far inside one 8-bit step).
+        expectNear(forward(settings, compensate(settings, picked, pixel, background), pixel), picked, 2e-5f, 4e-6f);
+      }
 }
 
 // Each step alone (the others at the identity) against values worked out by
@@ -149,10 +170,10 @@ TEST(ToneMappingCompensation, AppliesOnlyToAnEnabledTypeOneMapperAndPassesDivisi
   EXPECT_EQ(infinite([](auto& z) { z.vignetting = 1, z.focalDistance = 0; }), (std::array<bool, 3>{true, true, true}));
 }
 
-// Both environments write surfaceResult and nothing else, and ask the host
+// The environments write surfaceResult and nothing else, and ask the host
 // only for ray kinds.
 TEST(Environments, WriteOnlyTheResult) {
-  for (const char* name : {"GradientBackground", "velk_qora_Env_Sky"})
+  for (const char* name : {"GradientBackground", "SimpleBackground", "ImageBackground", "velk_qora_Env_Sky"})
     for (int32_t kinds : {0, 2, 8, 10}) {
       TestShader shader(name);
       shader.apply();
@@ -248,6 +269,138 @@ TEST(GradientBackground, CompensatesTheGradientToo) {
   const Rgba r = g.at(0.0f, 240.0f);
   EXPECT_NE(r[0], 0.5f);
   expectNear(forward(t, {r[0], r[1], r[2]}, {0.0f, 240.0f, 640, 480}), {0.5f, 0.25f, 0.5f}, 1e-5f);
+}
+
+// ---- SimpleBackground and ImageBackground.
+
+// Records the first `dimensions` coordinates it is asked for and answers a
+// fixed texel.
+struct CoordinateRecorder : ITextureSampler {
+  int dimensions;
+  Rgba texel;
+  std::vector<float> coords;
+  CoordinateRecorder(int d, Rgba t) : dimensions(d), texel(t) {}
+  void sample(float out[4], const float* c) override {
+    coords.assign(c, c + dimensions);
+    std::copy(texel.begin(), texel.end(), out);
+  }
+};
+
+// What each ray sees of a simple background: its colour, or an image looked
+// up in the ray direction turned by cubeMatrix (a lat-long image by the
+// direction itself, a cube image by the face coordinates of the turned
+// direction), the illumination image for illumination rays when asked for,
+// black with full alpha for them when a light stands for the background.
+TEST(SimpleBackground, ShowsItsColourOrImageInTheTurnedDirection) {
+  const Rgba image{0.1f, 0.2f, 0.3f, 0.5f}, lighting{0.6f, 0.5f, 0.4f, 1.0f};
+  const Color colour{0.3f, 0.6f, 0.9f};
+  const std::array<float, 9> turn{0, 0, 1, 1, 0, 0, 0, 1, 0};  // (x, y, z) becomes (y, z, x)
+  const std::array<float, 3> d{0.6f, -0.8f, 0.0f}, turned{-0.8f, 0.0f, 0.6f};
+  enum Source { kColour, kImage, kCube, kLighting, kBlack, kNothing };
+  struct Case { int32_t mode, kinds; uint8_t useLighting, light; bool bound; Source seen; };
+  const Case cases[] = {
+      {0, 0, 0, 0, true, kColour},    {1, 2, 0, 0, true, kImage},      {2, 0, 0, 0, true, kCube},
+      {5, 0, 0, 0, true, kColour},    {1, 8, 1, 0, true, kLighting},   {1, 8, 0, 0, true, kImage},
+      {1, 2, 1, 0, true, kImage},     {1, 10, 1, 1, true, kBlack},     {1, 2, 1, 1, true, kImage},
+      {1, 0, 0, 0, false, kNothing},  {2, 0, 0, 0, false, kNothing},   {1, 8, 1, 0, false, kNothing},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "mode " << c.mode << " kinds " << c.kinds << " case " << &c - cases);
+    TestShader background("SimpleBackground");
+    CoordinateRecorder latLong(3, image), cube(3, image), lightingImage(3, lighting);
+    background.block.setInt("backgroundMode", c.mode);
+    background.block.setColor3("backgroundColor", colour);
+    background.block.setMatrix3("cubeMatrix", turn);
+    background.block.setBool("useIlluminationImage", c.useLighting);
+    background.block.setBool("u_hasLightRepresentation", c.light);
+    if (c.bound) {
+      background.block.setEnvironmentMap("backgroundImage", &latLong, 0);
+      background.block.setTexture("cubeImage", &cube, 1);
+      background.block.setEnvironmentMap("illuminationImage", &lightingImage, 2);
+    }
+    background.apply();
+    ScriptedContext context;
+    context.rayKindBits = c.kinds;
+    ShadingState state = background.state();
+    std::copy(d.begin(), d.end(), state.rayDirection);
+    const Rgba r = resultOf(background.environment(), context, state);
+    const auto p = host::CubeFaceSampler::project(turned.data());
+    switch (c.seen) {
+      case kColour: expectBitEqual(r, {colour[0], colour[1], colour[2], 0}); break;
+      case kImage: expectBitEqual(r, {0.1f, 0.2f, 0.3f, 0}); EXPECT_EQ(latLong.coords, std::vector<float>(turned.begin(), turned.end())); break;
+      case kCube:
+        expectBitEqual(r, {0.1f, 0.2f, 0.3f, 0});
+        EXPECT_EQ(cube.coords, (std::vector<float>{p.s, p.t, float(p.face)}));
+        break;
+      case kLighting: expectBitEqual(r, {0.6f, 0.5f, 0.4f, 0}); break;
+      case kBlack: expectBitEqual(r, {0, 0, 0, 1}); break;
+      case kNothing: expectBitEqual(r, {0, 0, 0, 0}); break;
+    }
+  }
+}
+
+// Where each layout puts the picture: a 4 x 2 picture on a 16 x 16 frame, the
+// texel centre (u, v) each pixel should see, or the background colour where
+// the picture does not reach.
+TEST(ImageBackground, EachLayoutPlacesTheKnownTexelWhereItShould) {
+  constexpr float kBackground = -1;
+  struct Case { int32_t layout; uint8_t keep; float target, scale[2], offset[2], x, y, u, v; };
+  const Case cases[] = {
+      {0, 1, 0, {1, 1}, {0, 0}, 6, 10, 0.375f, 0.25f},           // fit: 16 x 8, bars above and below
+      {0, 1, 0, {1, 1}, {0, 0}, 8, 2, kBackground, 0},
+      {1, 1, 0, {1, 1}, {0, 0}, 8, 4, 0.5f, 0.75f},              // fill: 32 x 16, cropped at the sides
+      {2, 1, 0, {1, 1}, {0, 0}, 6, 12, 0.375f, 0.25f},           // stretch: 16 x 16
+      {0, 0, 0, {1, 1}, {0, 0}, 6, 12, 0.375f, 0.25f},           // fit without the aspect ratio stretches
+      {3, 1, 0, {1, 1}, {0, 0}, 5, 3, 1.25f, -0.5f},             // tile: own size from the top left, repeated
+      {4, 1, 0, {1, 1}, {0, 0}, 7, 8, 0.25f, 0.5f},              // centre: own size, at (6, 7)
+      {4, 1, 0, {1, 1}, {0, 0}, 2, 2, kBackground, 0},
+      {9, 1, 0, {1, 1}, {0, 0}, 6, 10, 0.375f, 0.25f},           // unknown layouts fit
+      {0, 1, 32, {1, 1}, {0, 0}, 3, 6, 0.1875f, 0.75f},          // a 32 x 32 target: pixels count twice
+      {2, 1, 0, {2, 0.5f}, {0.25f, 0.1f}, 6, 12, 1.0f, 0.225f},  // uv scaled and offset after the layout
+      {2, 1, 0, {2, 1}, {0, 0}, 10, 12, kBackground, 0},         // scaled off the picture
+  };
+  const Rgba texel{0.2f, 0.4f, 0.6f, 0.25f};
+  const Color colour{0.9f, 0.8f, 0.7f};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "case " << &c - cases);
+    TestShader background("ImageBackground");
+    CoordinateRecorder picture(2, texel);
+    background.block.setTexture("image", &picture, 0);
+    background.block.setColor3("backgroundColor", colour);
+    background.block.setInt("layoutType", c.layout);
+    background.block.setBool("keepAspectRatio", c.keep);
+    background.block.setColor3("imageResolution", {4, 2, 0});
+    background.block.setColor3("renderTargetResolution", {c.target, c.target, 0});
+    background.block.setFloat2("uv_scale", {c.scale[0], c.scale[1]});
+    background.block.setColor3("uv_offset", {c.offset[0], c.offset[1], 7});
+    background.apply();
+    ScriptedContext context;
+    ShadingState state = background.state();
+    state.rasterPosition[0] = c.x, state.rasterPosition[1] = c.y;
+    state.frameResolution[0] = state.frameResolution[1] = 16;
+    const Rgba r = resultOf(background.environment(), context, state);
+    if (c.u == kBackground) {
+      expectBitEqual(r, {colour[0], colour[1], colour[2], 0});
+      EXPECT_TRUE(picture.coords.empty());
+      continue;
+    }
+    EXPECT_EQ(picture.coords, (std::vector<float>{c.u, c.v}));
+    for (int i = 0; i < 3; ++i) EXPECT_FLOAT_EQ(r[i], 0.25f * texel[i] + 0.75f * colour[i]);  // laid over by alpha
+  }
+  // A real picture: texel (1, 0) of the bottom row shows at its pixel.
+  std::vector<float> rgba;
+  for (int j = 0; j < 2; ++j)
+    for (int i = 0; i < 4; ++i) rgba.insert(rgba.end(), {float(i), float(j), 0.5f, 1.0f});
+  host::ImageSampler image(4, 2, rgba);
+  TestShader background("ImageBackground");
+  background.block.setTexture("image", &image, 0);
+  background.block.setColor3("imageResolution", {4, 2, 0});
+  background.apply();
+  ScriptedContext context;
+  ShadingState state = background.state();
+  state.rasterPosition[0] = 6, state.rasterPosition[1] = 10;
+  state.frameResolution[0] = state.frameResolution[1] = 16;
+  expectBitEqual(resultOf(background.environment(), context, state), {1, 0, 0.5f, 0});
 }
 
 // ---- velk_qora_Env_Sky.

@@ -6,10 +6,16 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
 #include <tuple>
 #include <vector>
 
 #include "kvi/host/environment_samplers.h"
+#include "kvi/host/error.h"
+#include "kvi/host/photometric_web.h"
 #include "test_shader.h"
 
 namespace kvi::test {
@@ -395,6 +401,229 @@ TEST(LatLongSampler, MinusZIsTheMiddleYIsUpAndSWrapsAtTheSeam) {
   const float back[3] = {0, 0, 1};
   yUp.lookupDirection(texel, back);
   EXPECT_NEAR(texel[0], 1.5f, 1e-5f);
+}
+
+
+// ---- The physically based lights that place their own samples, and the web.
+
+constexpr double kPiD = 3.14159265358979;
+
+// The sphere light seen from a point whose normal is tilted by `tilt` off
+// the centre: lightColor x cos (the point's cosine towards the sample) over
+// random samples estimates the irradiance pi L (r / d)^2 cos(tilt) of a
+// sphere wholly above the horizon; the sample lies on the sphere's visible
+// cap and the shadow is asked towards it.
+TEST(SphereLight, IrradianceConvergesToPiLTimesTheSquaredRadiusOverDistance) {
+  struct Case { int units; float intensity, radius, distance, tilt; double radiance; };
+  const Case cases[] = {
+      {2, 3.0f, 0.5f, 2.0f, 0.5f, 3.0},                          // the radiance itself
+      {0, 5.0f, 0.25f, 4.0f, 0.0f, 5.0 / (kPiD * 0.0625)},      // intensity I = pi r^2 L
+      {1, 100.0f, 1.0f, 1.5f, 0.3f, 100.0 / (4 * kPiD * kPiD)},  // power P = 4 pi^2 r^2 L
+      {7, 2.0f, 1e-3f, 50.0f, 1.0f, 2.0 / (kPiD * 1e-6)},       // unknown units count as intensity
+  };
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> uniform(0.0f, 1.0f);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "units " << c.units << " r " << c.radius << " d " << c.distance);
+    TestShader light("velk_qora_Lgt_Sphere");
+    light.block.setInt("units", c.units);
+    light.block.setFloat("intensity", c.intensity);
+    light.block.setFloat("radius", c.radius);
+    light.apply();
+    const double r = c.radius, d = c.distance, cosMax = std::sqrt(1.0 - r * r / (d * d));
+    const double solidAngle = 2 * kPiD * (1 - cosMax), expected = kPiD * c.radiance * r * r / (d * d) * std::cos(c.tilt);
+    const float normal[3] = {std::sin(c.tilt), 0.0f, std::cos(c.tilt)};
+    double sum = 0, sumSquares = 0;
+    const int n = 20000;
+    for (int k = 0; k < n; ++k) {
+      ScriptedContext context;
+      context.samples2D = {{uniform(rng), uniform(rng)}};
+      ShadingState s = lightSampleState();
+      s.lightSamplePosition[2] = c.distance;  // the centre
+      s = shaded(light, context, s);
+      const float* y = s.lightSamplePosition;
+      ASSERT_NEAR(std::hypot(y[0], y[1], y[2] - c.distance), r, 1e-5 * d);
+      ASSERT_LE(y[2], c.distance);  // on the cap facing the point
+      ASSERT_EQ(context.lastShadowTo, (std::array<float, 3>{y[0], y[1], y[2]}));
+      for (int i = 0; i < 3; ++i) ASSERT_NEAR(-s.lightDirection[i] * s.lightDistance, y[i], 1e-5 * d);
+      ASSERT_NEAR(s.lightColor[0], c.radiance * solidAngle, 1e-5 * c.radiance * solidAngle);
+      const double e = s.lightColor[0] * -(normal[0] * s.lightDirection[0] + normal[2] * s.lightDirection[2]);
+      sum += e, sumSquares += e * e;
+    }
+    const double mean = sum / n, deviation = std::sqrt(std::max(0.0, sumSquares / n - mean * mean) / n);
+    EXPECT_NEAR(mean, expected, 4 * deviation + 1e-6 * expected);
+    EXPECT_NEAR(mean, expected, 0.01 * expected);
+  }
+  // On or inside the sphere: black, nothing asked; a radius of 0 is a point light.
+  TestShader light("velk_qora_Lgt_Sphere");
+  light.block.setFloat("radius", 2.0f);
+  light.apply();
+  ScriptedContext context;
+  expectColor(shaded(light, context, lightSampleState()).lightColor, {0, 0, 0});
+  EXPECT_EQ(context.totalCalls(), 0);
+  light.block.setFloat("radius", 0.0f);
+  light.apply();
+  expectColor(shaded(light, context, lightSampleState()).lightColor, {0.25f, 0.25f, 0.25f});
+}
+
+// The spot's profile, read back as lightColor x d^2 / intensity at 0.05
+// degree steps: 1 within the cone, 0 beyond cone + penumbra (and behind,
+// without a shadow query), never rising in between. In power units the
+// profile integrates over the sphere to the power.
+TEST(PhysicalSpot, ProfileIsFullInTheConeFallsMonotonicallyAndIntegratesToThePower) {
+  struct Case { float cone, penumbra, inner, outer; };
+  const Case cases[] = {{30, 5, 30, 35}, {10, 40, 10, 50}, {0, 20, 0, 20}, {45, 0, 45, 45},
+                        {60, -10, 60, 60}, {80, 30, 80, 90}, {-5, kNaN, 0, 0}};
+  for (const Case& c : cases)
+    for (int units : {0, 1}) {
+      SCOPED_TRACE(::testing::Message() << c.cone << " + " << c.penumbra << " units " << units);
+      TestShader light("velk_qora_Lgt_Spot");
+      light.block.setFloat("coneAngle", c.cone);
+      light.block.setFloat("penumbraAngle", c.penumbra);
+      light.block.setInt("units", units);
+      light.block.setFloat("intensity", 2.0f);
+      light.apply();
+      float previous = kInf;
+      double power = 0;
+      for (double degrees = 0; degrees <= 180; degrees += 0.05) {
+        const double a = degrees * kPiD / 180;
+        ScriptedContext context;
+        ShadingState s = lightSampleState(2.0f);
+        set(s.lightDirection, {float(std::sin(a)), 0.0f, float(-std::cos(a))});
+        const float profile = shaded(light, context, s).lightColor[1] * 4.0f / 2.0f;
+        if (units == 0 && degrees < c.inner - 1e-3) {
+          EXPECT_NEAR(profile, 1.0f, 1e-6f) << degrees;
+        }
+        if (degrees > c.outer + 1e-3) {
+          EXPECT_EQ(profile, 0.0f) << degrees;
+          EXPECT_EQ(context.totalCalls(), 0);
+        }
+        EXPECT_LE(profile, previous) << degrees;
+        previous = profile;
+        power += 2 * kPiD * profile * 2.0 * std::sin(a) * (0.05 * kPiD / 180);
+      }
+      if (units == 1 && c.outer > 0) {
+        EXPECT_NEAR(power, 2.0, 0.02);
+      }
+    }
+  // With a radius the sample moves onto the disk facing along the axis, and
+  // the falloff is measured from there.
+  TestShader light("velk_qora_Lgt_Spot");
+  light.block.setFloat("radius", 0.5f);
+  light.block.setFloat("coneAngle", 89.0f);
+  light.apply();
+  ScriptedContext context;
+  context.samples2D = {{1.0f, 0.25f}};  // the rim, a quarter turn round
+  const ShadingState s = shaded(light, context, lightSampleState(2.0f));
+  EXPECT_NEAR(std::hypot(s.lightSamplePosition[0], s.lightSamplePosition[1]), 0.5f, 1e-6f);
+  EXPECT_FLOAT_EQ(s.lightSamplePosition[2], 2.0f);
+  EXPECT_FLOAT_EQ(s.lightDistance, std::sqrt(4.25f));
+  EXPECT_NEAR(s.lightColor[0], std::cos(std::atan(0.25f)) >= std::cos(89 * 3.14159265f / 180) ? 1 / 4.25f : 0, 1e-6f);
+  EXPECT_EQ(context.lastShadowTo, (std::array<float, 3>{s.lightSamplePosition[0], s.lightSamplePosition[1], 2.0f}));
+}
+
+// IES text of type C photometry with the given angles and rows of candela.
+std::string iesText(const std::vector<float>& vertical, const std::vector<float>& horizontal,
+                    const std::vector<std::vector<float>>& rows, const char* multiplier = "1") {
+  std::ostringstream t;
+  t << "IESNA:LM-63-2002\n[TEST] kvi\nTILT=NONE\n1 -1 " << multiplier << " " << vertical.size() << " "
+    << horizontal.size() << " 1 2 0 0 0\n1 1 10\n";
+  for (float v : vertical) t << v << " ";
+  t << "\n";
+  for (float h : horizontal) t << h << " ";
+  t << "\n";
+  for (const auto& row : rows) {
+    for (float c : row) t << c << " ";
+    t << "\n";
+  }
+  return t.str();
+}
+
+// The photometric light turned by a rotation: its intensity in a direction
+// given by the web's angles (H, V) is the table's, interpolated bilinearly
+// between table angles, each symmetry unfolded, 0 beyond the vertical range.
+TEST(PhotometricWeb, IntensityIsTheTablesAfterTheRotationInterpolatedAndUnfolded) {
+  const std::vector<float> quadrantV{0, 90};
+  const std::vector<std::vector<float>> threeRows{{10, 20}, {30, 40}, {50, 60}};
+  const std::string webs[] = {
+      iesText({0, 30, 90}, {0}, {{100, 60, 0}}, "2"),  // rotational, multiplier 2
+      iesText(quadrantV, {0, 45, 90}, threeRows),       // each quadrant alike
+      iesText(quadrantV, {0, 90, 180}, threeRows),      // mirrored about 0-180
+      iesText(quadrantV, {90, 180, 270}, threeRows),    // mirrored about 90-270
+      iesText(quadrantV, {0, 120, 240, 360}, {{10, 20}, {30, 40}, {50, 60}, {10, 20}}),
+  };
+  struct Case { int web; float h, v, candela; };
+  const Case cases[] = {
+      {0, 123, 0, 200}, {0, 200, 15, 160}, {0, 10, 60, 60}, {0, 0, 120, 0},  // beyond 90: nothing
+      {1, 45, 90, 40},  {1, 22.5f, 90, 30}, {1, 135, 90, 40}, {1, 225, 90, 40}, {1, 315, 45, 35},
+      {1, 100, 90, 40 + 20 * 35 / 45.0f},                                      // 100 folds to 80
+      {2, 270, 90, 40}, {2, 300, 45, 15 + 20 * 60 / 90.0f}, {2, 180, 90, 60},  // 300 folds to 60
+      {3, 0, 90, 40},   {3, 45, 90, 30},   {3, 300, 90, 40 + 20 * 60 / 90.0f}, {3, 135, 90, 30},  // 0 to 180, 300 to 240
+      {4, 60, 90, 30},  {4, 300, 45, 35},  {4, 359, 90, 60 - 40 * 119 / 120.0f},
+  };
+  // Rows of the rotation: the web's -Y (its nadir) turns to -Z, its +X to +X.
+  const std::array<float, 16> rotation{1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1};
+  std::vector<std::unique_ptr<host::PhotometricWebSampler>> samplers;
+  for (const auto& w : webs) samplers.push_back(std::make_unique<host::PhotometricWebSampler>(host::parseIes(w, "web.ies")));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "web " << c.web << " H " << c.h << " V " << c.v);
+    TestShader light("velk_qora_Lgt_PhotometricWeb");
+    light.block.setTexture("web", samplers[size_t(c.web)].get(), 0);
+    light.block.setMatrix4("webRotationMatrix", rotation);
+    light.block.setFloat("intensity", 4.0f);
+    light.apply();
+    const double h = c.h * kPiD / 180, v = c.v * kPiD / 180;
+    const float local[3] = {float(std::sin(v) * std::cos(h)), float(-std::cos(v)), float(-std::sin(v) * std::sin(h))};
+    ShadingState s = lightSampleState(2.0f);
+    for (int j = 0; j < 3; ++j)
+      s.lightDirection[j] = local[0] * rotation[j] + local[1] * rotation[4 + j] + local[2] * rotation[8 + j];
+    ScriptedContext context;
+    EXPECT_NEAR(shaded(light, context, s).lightColor[2], c.candela, 1e-3f * c.candela + 1e-3f);
+    EXPECT_EQ(context.totalCalls(), c.candela > 0 ? 1 : 0);
+  }
+  TestShader unbound("velk_qora_Lgt_PhotometricWeb");  // no web: black, no shadow asked
+  unbound.apply();
+  ScriptedContext context;
+  expectColor(shaded(unbound, context, lightSampleState()).lightColor, {0, 0, 0});
+  EXPECT_EQ(context.totalCalls(), 0);
+}
+
+// The host's IES reader: the shipped files read, and each malformed file is
+// refused with its name, the line and what was expected there.
+TEST(IesReader, ReadsTheShippedFilesAndRefusesMalformedOnesNamingTheLine) {
+  for (const char* name : {"downlight.ies", "wallwash.ies", "cross.ies"}) {
+    const auto web = host::readIesFile(std::string(KVI_ASSETS_DIR) + "/" + name);
+    EXPECT_EQ(web.candela.size(), web.verticalAngles.size() * web.horizontalAngles.size()) << name;
+    EXPECT_GT(web.intensity(0, 0), 0.0f) << name;
+  }
+  const std::string good = iesText({0, 45, 90}, {0, 90}, {{3, 2, 1}, {4, 3, 2}});
+  const auto replaced = [&](const std::string& from, const std::string& to) {
+    std::string t = good;
+    return t.replace(t.find(from), from.size(), to);
+  };
+  const std::pair<std::string, std::string> cases[] = {
+      {good.substr(0, good.size() - 6), "web.ies:9: the file ends where a candela value (2 of 6"},
+      {good + "7\n", "web.ies:10: unexpected '7' after the candela table"},
+      {replaced("4 3 2", "4 -3 2"), "web.ies:9: negative candela -3 at horizontal angle 90, vertical angle 45"},
+      {replaced("0 45 90", "0 90 45"), "web.ies:6: vertical angles out of order: 45 after 90"},
+      {replaced("\n0 90 \n", "\n90 0 \n"), "web.ies:7: horizontal angles out of order"},
+      {replaced("0 90 \n", "0 120 \n"), "web.ies:7: type C horizontal angles must run from 0"},
+      {replaced(" 1 2 0 0 0", " 5 2 0 0 0"), "web.ies:4: unknown photometric type '5'"},
+      {replaced(" 1 2 0 0 0", " 2 2 0 0 0"), "web.ies:4: type B photometry is not supported"},
+      {replaced("1 -1 1 3 2", "1 -1 1 0 2"), "web.ies:4: expected the number of vertical angles from 1"},
+      {replaced("1 1 10", "1 x 10"), "web.ies:5: expected the ballast-lamp factor (future use) (a number), got 'x'"},
+      {replaced("TILT=NONE", "TILT"), "web.ies:9: the file ends before its TILT= line"},
+      {replaced("TILT=NONE", "TILT=lamp.tlt"), "web.ies:3: TILT=lamp.tlt: tilt data from a separate file"},
+      {replaced("IESNA:LM-63-2002", "IES:LM-63-2019"), "web.ies:1: unknown format line"},
+  };
+  for (const auto& [text, message] : cases) {
+    try {
+      host::parseIes(text, "web.ies");
+      ADD_FAILURE() << "accepted, expected: " << message;
+    } catch (const host::Error& e) {
+      EXPECT_EQ(std::string(e.what()).rfind(message, 0), 0u) << e.what();
+    }
+  }
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ void litScene(kvi::test::PresetFixture& f) {
   f.context.irradiance[2] = 0.5f;
   f.context.rayKind = 2;
   f.context.rayFlags = 1;
-  f.block.setColor3("diffuse", {0.7f, 0.6f, 0.5f});
+  if (f.block.info().findParameter("diffuse")) f.block.setColor3("diffuse", {0.7f, 0.6f, 0.5f});
   f.block.setColor3("diffuse_map_tint", {1.0f, 1.0f, 1.0f});
   // A light 30 degrees off the normal, for evaluateBsdf.
   f.state.sampledDirection[0] = 0.5f;
@@ -106,3 +106,25 @@ KVI_PRESET(PhongReflective, three_lights) {
 }
 
 KVI_PRESET(PhongReflective, clipping_planes) { clippingPlanes(f, "u_globalClippingMap", "u_globalClippingMapEnable"); }
+
+// A lit flat colour, a little transparent.
+KVI_PRESET(SolidEffect, lit) {
+  litScene(f);
+  f.block.setFloat("opacity", 0.8f);
+}
+
+// An unlit textured decal, as for a label.
+KVI_PRESET(SolidEffect, unlit_decal) {
+  litScene(f);
+  f.block.setBool("unlit", 1);
+  f.block.setTexture("diffuse_map", f.checker(), 0);
+  f.block.setBool("use_diffuse_map", 1);
+}
+
+// Vertex colours modulated by a texture, lit.
+KVI_PRESET(VertexColorEffect, textured) {
+  litScene(f);
+  f.block.setTexture("diffuse_map", f.checker(), 0);
+  f.block.setBool("use_diffuse_map", 1);
+  f.varying("vtxcolor", {0.8f, 0.6f, 0.4f, 0.9f});
+}

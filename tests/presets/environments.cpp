@@ -97,3 +97,42 @@ KVI_PRESET(velk_qora_Env_Sky, sky_map) {
   f.block.setEnvironmentMap("sky_map", f.make<kvi::host::LatLongSampler>(32, 16, std::move(rgba)), 0);
   look(f, -0.5f, 0.6f, 0.3f);
 }
+
+// A lat-long image turned 30 degrees about the vertical, compensated.
+KVI_PRESET(SimpleBackground, turned_image_compensated) {
+  f.block.setInt("backgroundMode", 1);
+  std::vector<float> rgba;
+  for (int row = 0; row < 16; ++row)
+    for (int column = 0; column < 32; ++column)
+      rgba.insert(rgba.end(), {0.2f + row / 20.0f, 0.4f, 1.0f - row / 20.0f, 1.0f});
+  f.block.setEnvironmentMap("backgroundImage", f.make<kvi::host::LatLongSampler>(32, 16, std::move(rgba)), 0);
+  const float c = std::cos(0.5235988f), s = std::sin(0.5235988f);
+  f.block.setMatrix3("cubeMatrix", {c, 0, -s, 0, 1, 0, s, 0, c});
+  kvi::host::setToneMapParameters(f.block, hostToneMapper());
+  look(f, -0.5f, 0.6f, 0.3f);
+}
+
+// Six tinted faces, no compensation.
+KVI_PRESET(SimpleBackground, cube_image) {
+  f.block.setInt("backgroundMode", 2);
+  std::vector<kvi::host::ImageSampler> faces;
+  for (int face = 0; face < 6; ++face) faces.emplace_back(2, 2, std::vector<float>(16, 0.1f * float(face + 1)));
+  f.block.setTexture("cubeImage", f.make<kvi::host::CubeFaceSampler>(std::move(faces)), 0);
+  look(f, 0.3f, -0.8f, 0.4f);
+}
+
+// A 4:3 picture filling a 16:10 frame, compensated.
+KVI_PRESET(ImageBackground, fill_compensated) {
+  f.block.setTexture("image", f.checker(), 0);
+  f.block.setInt("layoutType", 1);
+  f.block.setColor3("imageResolution", {800.0f, 600.0f, 0.0f});
+  kvi::host::setToneMapParameters(f.block, hostToneMapper());
+}
+
+// The same picture tiled at its own size, zoomed by uv_scale.
+KVI_PRESET(ImageBackground, tiled) {
+  f.block.setTexture("image", f.checker(), 0);
+  f.block.setInt("layoutType", 3);
+  f.block.setColor3("imageResolution", {64.0f, 64.0f, 0.0f});
+  f.block.setFloat2("uv_scale", {2.0f, 2.0f});
+}

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "kvi/host/environment_samplers.h"
+#include "kvi/host/photometric_web.h"
 #include "presets.h"
 
 namespace {
@@ -115,5 +116,44 @@ KVI_PRESET(velk_qora_Lgt_Diffuse, clamped_unshadowed) {
   f.block.setFloat("exponentLowerClamp", 0.5f);
   f.block.setFloat("exponentUpperClamp", 9.0f);
   f.state.lightDistance = 1.5f;
+  tiltLightDirection(f, 0.7f);
+}
+
+// A 10 cm bulb of 60 W seen from 2 m, its point on the cap from the host's samples.
+KVI_PRESET(velk_qora_Lgt_Sphere, bulb_power) {
+  f.block.setInt("units", 1);
+  f.block.setFloat("intensity", 60.0f);
+  f.block.setColor3("color", {1.0f, 0.9f, 0.75f});
+  f.context.sample2D[0] = 0.3f;
+  f.context.sample2D[1] = 0.7f;
+}
+
+// A soft stage spot seen from inside its penumbra, the disk sampled.
+KVI_PRESET(velk_qora_Lgt_Spot, soft_penumbra) {
+  f.block.setFloat("intensity", 40.0f);
+  f.block.setFloat("coneAngle", 20.0f);
+  f.block.setFloat("penumbraAngle", 10.0f);
+  f.block.setFloat("radius", 0.15f);
+  tiltLightDirection(f, 0.92f);
+}
+
+// The same spot as a point, in power units.
+KVI_PRESET(velk_qora_Lgt_Spot, point_power) {
+  f.block.setInt("units", 1);
+  f.block.setFloat("intensity", 100.0f);
+  tiltLightDirection(f, 0.95f);
+}
+
+// A wall washer's web, turned, seen off its axis.
+KVI_PRESET(velk_qora_Lgt_PhotometricWeb, turned_web) {
+  kvi::host::PhotometricWeb web;
+  web.verticalAngles = {0, 30, 60, 90, 120, 150, 180};
+  web.horizontalAngles = {0, 45, 90, 135, 180};
+  for (int h = 0; h < 5; ++h)
+    for (int v = 0; v < 7; ++v) web.candela.push_back(900.0f / float(1 + v) + 150.0f * float(h));
+  f.block.setTexture("web", f.make<kvi::host::PhotometricWebSampler>(std::move(web)), 0);
+  const float c = std::cos(0.4f), s = std::sin(0.4f);
+  f.block.setMatrix4("webRotationMatrix", {c, s, 0, 0, -s, c, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+  f.block.setFloat("intensity", 0.01f);
   tiltLightDirection(f, 0.7f);
 }

@@ -1,6 +1,7 @@
 // How the renderer samples each kind of light, and the paths of materials
 // that shade whole hits, checked against closed forms.
 #include <cmath>
+#include <tuple>
 
 #include "render/scene_loader.h"
 #include "render_support.h"
@@ -57,6 +58,33 @@ TEST(LightingTest, AnAreaLightsEmitterShowsItsRadianceFromTheFrontOnly) {
       0.5f, 1.0f, radiance, {{"position", {0, 3, 0}}, {"look_at", {0, 1, 0}}, {"up", {0, 0, -1}}, {"fov", 30}}));
   EXPECT_EQ(above.pixel(8, 8)[0], 0.0f);   // its back: black, and it hides the floor
   EXPECT_EQ(above.pixel(8, 8)[3], 1.0f);
+}
+
+// Lights that sample themselves, 1 unit above a white floor: a ball of radius
+// 0.25 and radiance 2 gives the floor below it L (r / h)^2; a spot disk of
+// radius 0.1 and 0.5 W/sr, aimed down, (2 I h / r^2)(1 / h - 1 / sqrt(h^2 + r^2)) / pi.
+// Seen from below, the ball shows L and the disk I / (pi r^2).
+TEST(LightingTest, SphereAndSpotLightsLightTheFloorAndShowTheirRadiance) {
+  KVI_REQUIRE_SHADERS("BasicMaterial", "velk_qora_Lgt_Sphere", "velk_qora_Lgt_Spot");
+  const double h = 1.0, r = 0.1, spotFloor = 2 * 0.5 * h / (r * r) * (1 / h - 1 / std::sqrt(h * h + r * r)) / kPi;
+  const std::tuple<json, float, float> cases[] = {
+      {{{"shader", "velk_qora_Lgt_Sphere"}, {"position", {0, 1, 0}},
+        {"parameters", {{"radius", 0.25}, {"units", 2}, {"intensity", 2.0}, {"cast_shadows", false}}}},
+       2.0f * 0.0625f, 2.0f},
+      {{{"shader", "velk_qora_Lgt_Spot"}, {"position", {0, 1, 0}}, {"direction", {0, -1, 0}},
+        {"parameters", {{"radius", 0.1}, {"intensity", 0.5}, {"coneAngle", 40.0}}}},
+       float(spotFloor), float(0.5 / (kPi * 0.01))},
+  };
+  for (const auto& [light, floor, radiance] : cases) {
+    json scene = emptyScene(16, 16, 256);
+    scene["objects"].push_back({{"shape", "plane"}, {"size", 20.0}, {"material", matteMaterial(1, 1, 1)}});
+    scene["lights"].push_back(light);
+    scene["camera"] = {{"position", {2.0, 0.5, 0.0}}, {"look_at", {0, 0, 0}}, {"fov", 2}};
+    EXPECT_NEAR(meanOfBlock(renderScene(scene), 6, 6, 4, 1), floor, 0.02f * floor) << light["shader"];
+    scene["camera"] = {{"position", {0, 0.2, 0}}, {"look_at", {0, 1, 0}}, {"up", {0, 0, -1}}, {"fov", 2}};
+    scene["objects"] = json::array();
+    EXPECT_NEAR(renderScene(scene).pixel(8, 8)[0], radiance, 1e-3f * radiance) << light["shader"];
+  }
 }
 
 TEST(LightingTest, DomeLightsLightAnOpenFloorLikeAUniformSky) {

@@ -94,6 +94,11 @@ TEST_F(SceneErrorTest, BadScenesAreRefusedWithOneLineNamingTheFileAndThePlace) {
        sphereWith(R"({"shader": "BasicMaterial", "parameters": {"diffuse_map": "wood"}})",
                   R"("textures": {"wood": {"file": "wood.png"}}, )"),
        "/textures/wood/file", "cannot read"},
+      {"malformed_web",
+       sphereWith(R"({"shader": "BasicMaterial"})",
+                  R"("textures": {"web": {"ies_text": "IESNA:LM-63-2002\nTILT=NONE\n1 -1 1 2 1 1 2 0 0 0\n1 1 10\n0 90\n0\n5"}},
+                     "lights": [{"shader": "velk_qora_Lgt_PhotometricWeb", "position": [0, 2, 0], "parameters": {"web": "web"}}], )"),
+       "/textures/web/ies_text", "<ies_text>:7: the file ends where a candela value"},
   };
   for (const BadScene& c : cases) {
     SCOPED_TRACE(c.name);

@@ -3,7 +3,9 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 
 #include "kvi/host/allocation_probe.h"
@@ -50,6 +52,23 @@ TEST(KviInfo, JsonCarriesTheParameterTables) {
   EXPECT_EQ(shader["parameters"][0]["kind"], "color3");
   EXPECT_EQ(shader["parameters"][0]["default"], nlohmann::json({0.5, 0.1f, 1.0}));
   EXPECT_EQ(shader["parameters"][1]["default"], true);
+}
+
+// Every parameter of the module carries a meaning from the metadata file
+// beside it, and the checked-in parameter reference is the one kvi-info
+// writes now (regenerate it with `build/bin/kvi-info --markdown > docs/parameters.md`).
+TEST(KviInfo, EveryParameterIsDocumentedAndTheReferenceIsCurrent) {
+  const Outcome r = run("--json");
+  ASSERT_EQ(r.exitCode, 0) << r.output;
+  for (const auto& shader : nlohmann::json::parse(r.output)["shaders"])
+    for (const auto& p : shader["parameters"])
+      EXPECT_FALSE(p.value("meaning", "").empty()) << shader["name"] << " " << p["name"];
+  if (!kvi::host::allocationProbeAvailable()) GTEST_SKIP() << "defaults cannot be read in this build";
+  std::ifstream file(std::string(KVI_SOURCE_DIR) + "/docs/parameters.md");
+  std::stringstream reference;
+  reference << file.rdbuf();
+  EXPECT_TRUE(reference.str() == run("--markdown").output)
+      << "docs/parameters.md is stale: run build/bin/kvi-info --markdown > docs/parameters.md";
 }
 
 TEST(KviInfo, ShowsUnsetFields) {

@@ -84,19 +84,53 @@ nlohmann::json defaultJson(const host::ParameterInfo& p) {
   return values.size() == 1 ? values[0] : values;
 }
 
-std::string formatTable(const host::ShaderInfo& info) {
+namespace {
+
+const host::ParameterDoc* docOf(const host::ModuleMetadata* metadata, const host::ShaderInfo& info,
+                                const host::ParameterInfo& p) {
+  return metadata ? metadata->find(info.name, p.name) : nullptr;
+}
+
+// "meaning (range; unit)", the parts that are known.
+std::string docText(const host::ParameterDoc& doc) {
+  std::string text = doc.meaning;
+  std::string detail = doc.range;
+  if (!doc.unit.empty()) detail += (detail.empty() ? "" : "; ") + doc.unit;
+  if (!detail.empty()) text += " (" + detail + ")";
+  return text;
+}
+
+std::string markdownCell(std::string text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '|') out += "\\|";
+    else out += c;
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string formatTable(const host::ShaderInfo& info, const host::ModuleMetadata* metadata) {
   std::ostringstream out;
   out << info.name << "  (" << host::shaderKindName(info.kind) << ", operation mask " << info.operationMask << ")\n";
-  size_t nameWidth = 9;
-  for (const auto& p : info.parameters) nameWidth = std::max(nameWidth, p.name.size());
+  size_t nameWidth = 9, defaultWidth = 7;
+  for (const auto& p : info.parameters) {
+    nameWidth = std::max(nameWidth, p.name.size());
+    defaultWidth = std::max(defaultWidth, defaultText(p).size());
+  }
   char line[512];
-  std::snprintf(line, sizeof line, "  %3s  %-*s  %-14s  %s\n", "#", int(nameWidth), "parameter", "kind", "default");
+  std::snprintf(line, sizeof line, "  %3s  %-*s  %-14s  %-*s%s\n", "#", int(nameWidth), "parameter", "kind",
+                int(defaultWidth), "default", metadata ? "  meaning (range; unit)" : "");
   out << line;
   int index = 1;
   for (const auto& p : info.parameters) {
-    std::snprintf(line, sizeof line, "  %3d  %-*s  %-14s  ", index++, int(nameWidth), p.name.c_str(),
-                  host::kindName(p.kind));
-    out << line << defaultText(p) << "\n";
+    std::snprintf(line, sizeof line, "  %3d  %-*s  %-14s  %-*s", index++, int(nameWidth), p.name.c_str(),
+                  host::kindName(p.kind), int(defaultWidth), defaultText(p).c_str());
+    std::string row = line;
+    if (const auto* doc = docOf(metadata, info, p)) row += "  " + docText(*doc);
+    while (!row.empty() && row.back() == ' ') row.pop_back();
+    out << row << "\n";
   }
   if (info.parameters.empty()) out << "  (no parameters)\n";
   if (!info.varyings.empty()) {
@@ -109,7 +143,7 @@ std::string formatTable(const host::ShaderInfo& info) {
   return out.str();
 }
 
-nlohmann::json toJson(const host::ShaderInfo& info) {
+nlohmann::json toJson(const host::ShaderInfo& info, const host::ModuleMetadata* metadata) {
   nlohmann::json parameters = nlohmann::json::array();
   for (const auto& p : info.parameters) {
     nlohmann::json entry{{"name", p.name}, {"kind", host::kindName(p.kind)}, {"offset", p.offset}, {"size", p.size}};
@@ -117,6 +151,11 @@ nlohmann::json toJson(const host::ShaderInfo& info) {
       entry["default"] = defaultJson(p);
     else
       entry["unset"] = true;
+    if (const auto* doc = docOf(metadata, info, p)) {
+      entry["meaning"] = doc->meaning;
+      entry["range"] = doc->range;
+      entry["unit"] = doc->unit;
+    }
     parameters.push_back(std::move(entry));
   }
   nlohmann::json varyings = nlohmann::json::array();
@@ -126,6 +165,35 @@ nlohmann::json toJson(const host::ShaderInfo& info) {
   return {{"name", info.name},          {"kind", host::shaderKindName(info.kind)},
           {"operationMask", info.operationMask}, {"blockSize", info.blockSize},
           {"parameters", parameters},   {"varyings", varyings}};
+}
+
+std::string formatMarkdown(const host::ShaderInfo& info, const host::ModuleMetadata* metadata) {
+  std::ostringstream out;
+  out << "## " << info.name << "\n\n"
+      << host::shaderKindName(info.kind) << ", operation mask " << info.operationMask << ", parameter block of "
+      << info.blockSize << " bytes.\n\n";
+  if (info.parameters.empty()) {
+    out << "No parameters.\n";
+  } else {
+    out << "| # | parameter | kind | default | range | unit | meaning |\n|---|---|---|---|---|---|---|\n";
+    int index = 1;
+    for (const auto& p : info.parameters) {
+      const auto* doc = docOf(metadata, info, p);
+      out << "| " << index++ << " | `" << p.name << "` | " << host::kindName(p.kind) << " | "
+          << markdownCell(defaultText(p)) << " | " << markdownCell(doc ? doc->range : "") << " | "
+          << markdownCell(doc ? doc->unit : "") << " | " << markdownCell(doc ? doc->meaning : "") << " |\n";
+    }
+  }
+  if (!info.varyings.empty()) {
+    out << "\nVaryings:";
+    const char* separator = " ";
+    for (const auto& v : info.varyings) {
+      out << separator << "\"" << v.name << "\" (" << host::varyingKindName(v.kind) << ") at " << v.offset;
+      separator = ", ";
+    }
+    out << ".\n";
+  }
+  return out.str();
 }
 
 }  // namespace kvi::info

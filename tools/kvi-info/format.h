@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "kvi/host/metadata.h"
 #include "kvi/host/shader_info.h"
 
 namespace kvi::info {
@@ -14,7 +15,12 @@ std::string defaultText(const host::ParameterInfo& p);
 // null for an unbound one. Not called for unset fields.
 nlohmann::json defaultJson(const host::ParameterInfo& p);
 
-std::string formatTable(const host::ShaderInfo& info);
-nlohmann::json toJson(const host::ShaderInfo& info);
+// The metadata may be null (a module installed without its metadata file):
+// the meaning, range and unit are then left out.
+std::string formatTable(const host::ShaderInfo& info, const host::ModuleMetadata* metadata);
+nlohmann::json toJson(const host::ShaderInfo& info, const host::ModuleMetadata* metadata);
+// One section per shader with a table of its parameters, for the parameter
+// reference in the documentation.
+std::string formatMarkdown(const host::ShaderInfo& info, const host::ModuleMetadata* metadata);
 
 }  // namespace kvi::info

@@ -1,4 +1,4 @@
-// kvi-plot-backgrounds: renders the pictures of docs/shaders/backgrounds.md
+// kvi-plot-backgrounds: renders the pictures of docs/shaders/environments.md
 // by loading the shader module as a host does.
 //
 //   kvi-plot-backgrounds [--library PATH] [OUTPUT_DIR]
@@ -12,6 +12,8 @@
 //                         turned, three colours turned
 //   gradient_tone_mapping.png  the compensated gradient as the shader writes
 //                         it, then after the host's tone mapper
+//   image_layouts.png     ImageBackground: a 64 x 40 picture on a 16:9 frame
+//                         in each layout (fit, fill, stretch, tile, centre)
 //
 // Exit codes: 0 success, 1 usage error, 2 a module, shader or image problem.
 #include <OpenImageIO/imageio.h>
@@ -26,6 +28,7 @@
 #include "kvi/host/error.h"
 #include "kvi/host/module.h"
 #include "kvi/host/parameter_block.h"
+#include "kvi/host/samplers.h"
 #include "kvi/host/shader_info.h"
 #include "kvi/host/state.h"
 #include "kvi/host/tone_mapper.h"
@@ -86,6 +89,25 @@ struct Shader {
   }
   void apply() { block.applyTo(object.get()); }
 };
+
+// A background seen by camera rays over a width x height frame, one ray per
+// pixel centre; `store` turns each result into the picture's pixel.
+template <class Store>
+Image screenImage(Shader& background, int width, int height, Store store) {
+  kvi::host::BaseContext camera;
+  Image image(width, height);
+  kvi::ShadingState state = kvi::host::zeroState();
+  state.frameResolution[0] = width;
+  state.frameResolution[1] = height;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      state.rasterPosition[0] = x + 0.5f;
+      state.rasterPosition[1] = y + 0.5f;
+      background.shade(state, camera);
+      store(state, image.at(x, y));
+    }
+  return image;
+}
 
 // --- the sky -------------------------------------------------------------
 
@@ -187,23 +209,13 @@ Image gradientImage(const kvi::host::Module& module, const GradientSettings& g, 
   setGradient(background.block, g);
   kvi::host::setToneMapParameters(background.block, tone);
   background.apply();
-  kvi::host::BaseContext camera;
-  Image image(width, height);
-  kvi::ShadingState state = kvi::host::zeroState();
-  state.frameResolution[0] = width;
-  state.frameResolution[1] = height;
-  for (int y = 0; y < height; ++y)
-    for (int x = 0; x < width; ++x) {
-      state.rasterPosition[0] = x + 0.5f;
-      state.rasterPosition[1] = y + 0.5f;
-      background.shade(state, camera);
-      if (afterToneMapper)
-        kvi::host::toneMap(tone, image.at(x, y), state.surfaceResult, state.rasterPosition[0],
-                           state.rasterPosition[1], width, height);
-      else
-        std::memcpy(image.at(x, y), state.surfaceResult, 3 * sizeof(float));
-    }
-  return image;
+  return screenImage(background, width, height, [&](const kvi::ShadingState& state, float* pixel) {
+    if (afterToneMapper)
+      kvi::host::toneMap(tone, pixel, state.surfaceResult, state.rasterPosition[0], state.rasterPosition[1], width,
+                         height);
+    else
+      std::memcpy(pixel, state.surfaceResult, 3 * sizeof(float));
+  });
 }
 
 void plotGradient(const kvi::host::Module& module, const std::string& dir) {
@@ -234,6 +246,45 @@ void plotGradient(const kvi::host::Module& module, const std::string& dir) {
   writePng(grid(tiles, 3), dir + "/gradient_tone_mapping.png");
 }
 
+// --- the picture background ----------------------------------------------
+
+// A 64 x 40 picture, bottom row first as the host stores 2D maps: a warm to
+// cool gradient with a dark frame and a red square in its upper left corner,
+// so its orientation and edges show.
+kvi::host::ImageSampler layoutPicture() {
+  const int w = 64, h = 40;
+  std::vector<float> rgba;
+  for (int row = 0; row < h; ++row)
+    for (int x = 0; x < w; ++x) {
+      const int y = h - 1 - row;  // from the top
+      const float u = float(x) / float(w - 1), v = float(y) / float(h - 1);
+      float c[3] = {0.9f - 0.6f * u, 0.55f + 0.2f * v, 0.3f + 0.6f * u};
+      if (x < 2 || y < 2 || x >= w - 2 || y >= h - 2) c[0] = c[1] = c[2] = 0.08f;
+      if (x >= 4 && x < 14 && y >= 4 && y < 14) c[0] = 0.9f, c[1] = 0.1f, c[2] = 0.1f;
+      rgba.insert(rgba.end(), {c[0], c[1], c[2], 1.0f});
+    }
+  return kvi::host::ImageSampler(w, h, std::move(rgba));
+}
+
+void plotImageLayouts(const kvi::host::Module& module, const std::string& dir) {
+  kvi::host::ImageSampler picture = layoutPicture();
+  std::vector<Image> tiles;
+  const int width = 192, height = 108;
+  for (int layout = 0; layout < 5; ++layout) {
+    Shader background(module, "ImageBackground");
+    background.block.setTexture("image", &picture, 0);
+    background.block.setInt("layoutType", layout);
+    background.block.setColor3("imageResolution", {64.0f, 40.0f, 0.0f});
+    background.block.setColor3("backgroundColor", {0.25f, 0.25f, 0.28f});
+    background.apply();
+    const Image image = screenImage(background, width, height, [](const kvi::ShadingState& state, float* pixel) {
+      for (int c = 0; c < 3; ++c) pixel[c] = std::pow(state.surfaceResult[c], 1.0f / 2.2f);
+    });
+    tiles.push_back(image);
+  }
+  writePng(grid(tiles, 5), dir + "/image_layouts.png");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -257,6 +308,7 @@ int main(int argc, char** argv) {
     const auto module = kvi::host::Module::open(library.empty() ? kvi::host::defaultModulePath() : library);
     plotSky(module, dir);
     plotGradient(module, dir);
+    plotImageLayouts(module, dir);
   } catch (const kvi::host::Error& e) {
     std::cerr << "kvi-plot-backgrounds: " << e.what() << "\n";
     return 2;

@@ -6,6 +6,7 @@
 #include "frame/registry.h"
 #include "frame/surface.h"
 #include "materials/basic/basic_common.h"
+#include "materials/basic/basic_surface.h"
 
 namespace kvi {
 
@@ -14,10 +15,7 @@ namespace kvi {
   PARAM(Color3, specular, doc("Phong highlight colour", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f})                   \
   PARAM(Color3, reflection, doc("colour of the traced mirror reflection", "0 to 1 per channel"), {1.0f, 1.0f, 1.0f}) \
   PARAM(Float, shininess, doc("Phong exponent of the highlight", "0 or more; typically 1 to 1000"), 32.0f)           \
-  PARAM(ClippingMap, u_globalClippingMap, doc("table of clipping planes"), unbound)                                  \
-  PARAM(Bool, u_globalClippingMapEnable,                                                                             \
-        doc("test the global clipping planes; hits on the cut side are removed"),                                    \
-        false)
+  KVI_BASIC_CLIPPING_PARAMETERS(PARAM)
 
 class PhongReflective final : public ShaderImpl<MaterialShader> {
   KVI_SHADER_PARAMETERS(PhongReflective, kOpShadeSurface | kOpShadowTransmission, KVI_PHONG_REFLECTIVE_PARAMETERS)

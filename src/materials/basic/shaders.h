@@ -3,4 +3,6 @@
 
 #define KVI_BASIC_MATERIAL_SHADERS(X) \
   X(BasicMaterial)                    \
-  X(PhongReflective)
+  X(PhongReflective)                  \
+  X(SolidEffect)                      \
+  X(VertexColorEffect)

@@ -1,6 +1,8 @@
 #include "render/integrator.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <limits>
 
@@ -163,33 +165,39 @@ Vertex vertexOf(const ShadingState& s) {
   return Vertex{load3(s.position), load3(s.geometricNormal), load3(s.normal), &s};
 }
 
-// Camera and path rays: a material's testCutout may remove a hit, which the
-// ray then passes as if nothing were there.
-class CutawayFilter final : public HitFilter {
+// The hits a ray has already passed (cut away by their material or
+// discarded), so that tracing the same ray again finds the next one. A hit is
+// the same when its object, primitive and distance are: the same ray meets
+// the same primitive at the same distance bit for bit.
+class PassedHits final : public HitFilter {
  public:
-  CutawayFilter(const Integrator& integrator, PathState& path, const RayType& type, Vec3 origin, Vec3 direction)
-      : integrator_(integrator), path_(path), type_(type), origin_(origin), direction_(direction) {}
-
+  PassedHits() {}  // the list's storage is left uninitialised: it is only read up to count_
+  // False when the list is full (the ray has passed too many hits).
+  bool add(const HitRecord& hit) {
+    if (count_ == kMaxPassThroughs) return false;
+    passed_[count_++] = Passed{hit.object, hit.primitive, hit.t};
+    return true;
+  }
+  bool empty() const { return count_ == 0; }
+  void clear() { count_ = 0; }
   bool accept(const HitRecord& candidate) override {
-    const Scene& scene = integrator_.scene();
-    const Object& object = scene.objects[size_t(candidate.object)];
-    if (object.material < 0) return true;
-    const Material& material = scene.materials[size_t(object.material)];
-    if (!material.shader.takesPart(kOpTestCutout)) return true;
-    ShadingState state;
-    integrator_.fillSurfaceState(state, integrator_.tracer().surface(candidate, origin_, direction_), material,
-                                 direction_, type_, path_);
-    const Vertex vertex = vertexOf(state);
-    ShadingContext context(integrator_, path_, type_, &vertex);
-    callShader(path_, [&] { material.shader.material()->testCutout(&context, &state); });
-    return state.cutAway == 0;
+    for (int i = 0; i < count_; ++i) {
+      const Passed& h = passed_[i];
+      if (h.object == candidate.object && h.primitive == candidate.primitive && h.t == candidate.t) return false;
+    }
+    return true;
   }
 
  private:
-  const Integrator& integrator_;
-  PathState& path_;
-  const RayType& type_;
-  Vec3 origin_, direction_;
+  struct Passed {
+    int object;
+    uint32_t primitive;
+    float t;
+  };
+  union {
+    Passed passed_[kMaxPassThroughs];
+  };
+  int count_ = 0;
 };
 
 // Shadow rays: each surface crossed multiplies the transmission by what its
@@ -324,16 +332,19 @@ void Integrator::fillSurfaceState(ShadingState& s, const SurfacePoint& sp, const
   s.rasterPosition[1] = path.raster[1];
   s.frameResolution[0] = scene_.settings.width;
   s.frameResolution[1] = scene_.settings.height;
-  const Vec3 t = normalize(sp.tangent - n * dot(sp.tangent, n));
-  const Vec3 b = cross(n, t);
-  t.store(s.tangentFrame);
-  b.store(s.tangentFrame + 3);
-  n.store(s.tangentFrame + 6);
   s.glossinessBias = scene_.settings.glossinessBias;
   s.frontFacing = front ? 1 : 0;
   s.reflectionAllowed = type.depth < scene_.settings.maxDepth ? 1 : 0;
   if (material.uvOffset >= 0) std::memcpy(s.varyings + material.uvOffset, sp.uv, sizeof sp.uv);
   if (material.colorOffset >= 0) std::memcpy(s.varyings + material.colorOffset, sp.color, sizeof sp.color);
+  // The tangent frame is for materials that work in it, which ask for the
+  // tangent or the bitangent; others get it zero.
+  if (material.tangentOffset < 0 && material.bitangentOffset < 0) return;
+  const Vec3 t = normalize(sp.tangent - n * dot(sp.tangent, n));
+  const Vec3 b = cross(n, t);
+  t.store(s.tangentFrame);
+  b.store(s.tangentFrame + 3);
+  n.store(s.tangentFrame + 6);
   if (material.tangentOffset >= 0) t.store(reinterpret_cast<float*>(s.varyings + material.tangentOffset));
   if (material.bitangentOffset >= 0) b.store(reinterpret_cast<float*>(s.varyings + material.bitangentOffset));
 }
@@ -357,30 +368,35 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
   Vec3 radiance{0, 0, 0}, throughput{1, 1, 1};
   int passes = 0;
   bool firstSegment = true;
+  // Cut-away hits along the current ray. The closest hit is found without
+  // asking the materials and tested afterwards: a ray whose closest hit is
+  // cut away is traced again past it, so the materials are asked only about
+  // hits the ray reaches, each once.
+  PassedHits cutAway;
   for (;;) {
     HitRecord hit;
     bool found;
     {
-      CutawayFilter filter(*this, path, type, origin, direction);
       TimeScope scope(TimeCategory::Rays);
-      found = tracer_.intersect(origin, direction, kNoHit, &filter, hit);
+      found = tracer_.intersect(origin, direction, kNoHit, cutAway.empty() ? nullptr : &cutAway, hit);
     }
-    if (type.kindBits & kCameraRay)
-      ++path.stats->cameraRays;
-    else
-      ++path.stats->secondaryRays;
+    if (cutAway.empty()) {
+      if (type.kindBits & kCameraRay)
+        ++path.stats->cameraRays;
+      else
+        ++path.stats->secondaryRays;
+    }
     if (!found) {
       float a = 0.0f;
       radiance += throughput * environment(direction, type, path, &a);
       if (alpha && firstSegment) *alpha = a;
       break;
     }
-    if (alpha && firstSegment) *alpha = 1.0f;
-    firstSegment = false;
 
     const SurfacePoint sp = tracer_.surface(hit, origin, direction);
     const Object& object = scene_.objects[size_t(hit.object)];
     if (object.material < 0) {
+      if (alpha && firstSegment) *alpha = 1.0f;
       if (type.seesEmitters) radiance += throughput * emitterRadiance(object.light, sp, direction, path);
       break;  // emitters absorb what reaches them
     }
@@ -390,6 +406,16 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
     fillSurfaceState(state, sp, material, direction, type, path);
     const Vertex vertex = vertexOf(state);
     ShadingContext context(*this, path, type, &vertex);
+    if (material.shader.takesPart(kOpTestCutout)) {
+      callShader(path, [&] { shader->testCutout(&context, &state); });
+      if (state.cutAway) {
+        if (!cutAway.add(hit)) break;
+        continue;
+      }
+    }
+    cutAway.clear();
+    if (alpha && firstSegment) *alpha = 1.0f;
+    firstSegment = false;
 
     if (material.wholeHit) {
       callShader(path, [&] { shader->shadeSurface(&context, &state); });
@@ -476,7 +502,6 @@ Vec3 Integrator::directLight(const Material& material, ShadingState& state, cons
 bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& type, PathState& path,
                              LightContribution& out) const {
   const Light& light = scene_.lights[index];
-  ShadingState state = *vertex.state;
   const Vec3 x = vertex.position;
   Vec3 towards;               // unit, from the point towards the light
   Vec3 samplePosition;
@@ -485,7 +510,8 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
   Vec3 scale{1, 1, 1};        // 1 / the sample's density, and what a dome adds
   switch (light.type) {
     case LightType::Point:
-    case LightType::Spot: {
+    case LightType::Spot:
+    case LightType::Sphere: {
       const Vec3 d = light.position - x;
       distance = length(d);
       if (!(distance > 0.0f)) return false;
@@ -546,7 +572,12 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
       break;
     }
   }
-  if (!(dot(towards, vertex.geometricNormal) > 0.0f)) return false;  // below the surface
+  // Below the surface (a light sampling itself is judged by the sample it picks).
+  if (!(light.radius > 0.0f) && !(dot(towards, vertex.geometricNormal) > 0.0f)) return false;
+  // The light is shaded in a copy of the surface's state (lights do not read
+  // the material's varyings, which are left out).
+  ShadingState state;
+  std::memcpy(&state, vertex.state, offsetof(ShadingState, varyings));
   samplePosition.store(state.lightSamplePosition);
   axis.store(state.lightAxis);
   (-towards).store(state.lightDirection);
@@ -556,13 +587,28 @@ bool Integrator::sampleLight(size_t index, const Vertex& vertex, const RayType& 
   one3(state.lightShadow);
   ShadingContext context(*this, path, type, &vertex);
   callShader(path, [&] { light.shader.light()->shade(&context, &state); });
+  if (!followMovedSample(state, samplePosition, vertex, towards)) return false;
   out.direction = towards;
   out.color = load3(state.lightColor) * load3(state.lightShadow) * scale;
   return true;
 }
 
+// A light that places its own samples (a sphere light, a spot light with a
+// radius) moves lightSamplePosition onto itself and says where the light now
+// comes from in lightDirection: the surface is evaluated towards that point.
+// False when the moved sample lies below the surface.
+bool Integrator::followMovedSample(const ShadingState& state, Vec3 given, const Vertex& vertex, Vec3& towards) const {
+  const Vec3 now = load3(state.lightSamplePosition);
+  if (now.x == given.x && now.y == given.y && now.z == given.z) return true;
+  const Vec3 moved = normalize(-load3(state.lightDirection));
+  if (!isFinite(moved) || !(length(moved) > 0.5f)) return false;
+  towards = moved;
+  return dot(towards, vertex.geometricNormal) > 0.0f;
+}
+
 Vec3 Integrator::emitterRadiance(int index, const SurfacePoint& sp, Vec3 direction, PathState& path) const {
   if (index < 0) return {};
+  if (scene_.lights[size_t(index)].radius > 0.0f) return ownEmitterRadiance(scene_.lights[size_t(index)], sp, direction, path);
   // Emitters shine from their front side only, with the light's colour as
   // seen straight on from unit distance.
   if (!(dot(direction, sp.geometricNormal) < 0.0f)) return {};
@@ -585,6 +631,39 @@ Vec3 Integrator::emitterRadiance(int index, const SurfacePoint& sp, Vec3 directi
   ShadingContext context(*this, path, RayType{}, nullptr, /*unoccluded=*/true);
   callShader(path, [&] { light.shader.light()->shade(&context, &state); });
   return load3(state.lightColor) * load3(state.lightShadow);
+}
+
+// The radiance a ray sees on the ball of a sphere light or the disk of a spot
+// light: the light shaded from a point back along the ray, its sample moved
+// onto the light, divided by what turns radiance into the light it reports:
+// the ball's solid angle from there, or the disk's area times its cosine over
+// the squared distance.
+Vec3 Integrator::ownEmitterRadiance(const Light& light, const SurfacePoint& sp, Vec3 direction, PathState& path) const {
+  if (!(dot(direction, sp.geometricNormal) < 0.0f)) return {};
+  const float r = light.radius;
+  const Vec3 viewer = light.type == LightType::Sphere ? light.position + sp.geometricNormal * (2.0f * r)
+                                                      : sp.position - direction * (1000.0f * r);
+  ShadingState state;
+  std::memset(&state, 0, sizeof state);
+  viewer.store(state.position);
+  light.position.store(state.lightSamplePosition);
+  light.direction.store(state.lightAxis);
+  const Vec3 d = viewer - light.position;
+  state.lightDistance = length(d);
+  normalize(d).store(state.lightDirection);
+  one3(state.lightShadow);
+  ShadingContext context(*this, path, RayType{}, nullptr, /*unoccluded=*/true);
+  callShader(path, [&] { light.shader.light()->shade(&context, &state); });
+  float perRadiance;
+  if (light.type == LightType::Sphere) {
+    perRadiance = 2.0f * kPi * (1.0f - std::sqrt(0.75f));  // the ball seen from twice its radius
+  } else {
+    const float distance = state.lightDistance;
+    const float cosine = dot(load3(state.lightAxis), load3(state.lightDirection));
+    if (!(cosine > 0.0f)) return {};
+    perRadiance = kPi * r * r * cosine / (distance * distance);
+  }
+  return load3(state.lightColor) / perRadiance;
 }
 
 Vec3 Integrator::environment(Vec3 direction, const RayType& type, PathState& path, float* alpha) const {

@@ -115,6 +115,8 @@ class Integrator {
   Vec3 directLight(const Material& material, ShadingState& state, const Vertex& vertex, const RayType& type,
                    PathState& path) const;
   Vec3 emitterRadiance(int light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
+  Vec3 ownEmitterRadiance(const Light& light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
+  bool followMovedSample(const ShadingState& state, Vec3 given, const Vertex& vertex, Vec3& towards) const;
   RayType limited(RayType type) const;
 
   const Scene& scene_;

@@ -5,7 +5,13 @@
 namespace kvi::render {
 namespace {
 
-uint32_t reverseBits(uint32_t x) {
+constexpr uint32_t reverseBitsConst(uint32_t x) {
+  uint32_t r = 0;
+  for (int i = 0; i < 32; ++i, x >>= 1) r = (r << 1) | (x & 1u);
+  return r;
+}
+
+inline uint32_t reverseBits(uint32_t x) {
   x = __builtin_bswap32(x);
   x = ((x >> 4) & 0x0F0F0F0Fu) | ((x & 0x0F0F0F0Fu) << 4);
   x = ((x >> 2) & 0x33333333u) | ((x & 0x33333333u) << 2);
@@ -15,7 +21,7 @@ uint32_t reverseBits(uint32_t x) {
 // A random permutation of the integers that only mixes lower bits into
 // higher ones; on bit-reversed values it is a nested uniform (Owen)
 // scramble.
-uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
+inline uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
   x += seed;
   x ^= x * 0x6c50b47cu;
   x ^= x * 0xb82f1e52u;
@@ -24,17 +30,36 @@ uint32_t laineKarrasPermutation(uint32_t x, uint32_t seed) {
   return x;
 }
 
-uint32_t owenScramble(uint32_t x, uint32_t seed) {
-  return reverseBits(laineKarrasPermutation(reverseBits(x), seed));
+// The nested uniform scramble of a value given bit-reversed; the result is
+// in natural bit order.
+inline uint32_t owenScrambleReversed(uint32_t reversed, uint32_t seed) {
+  return reverseBits(laineKarrasPermutation(reversed, seed));
 }
 
 // The second dimension of the Sobol sequence (the first is the index's
-// bit reversal).
-uint32_t sobol1(uint32_t index) {
+// bit reversal): the XOR of the direction numbers of the index's set bits.
+constexpr uint32_t sobol1Direct(uint32_t index) {
   uint32_t result = 0;
   for (uint32_t v = 1u << 31; index != 0; index >>= 1, v ^= v >> 1)
     if (index & 1u) result ^= v;
   return result;
+}
+
+// The same, bit-reversed, one table per byte of the index: the sequence is
+// linear in the index's bits, so the XOR of four look-ups replaces a loop
+// over 32 bits and a reversal.
+struct ReversedSobol1Tables {
+  uint32_t byte[4][256];
+  constexpr ReversedSobol1Tables() : byte{} {
+    for (uint32_t k = 0; k < 4; ++k)
+      for (uint32_t b = 0; b < 256; ++b) byte[k][b] = reverseBitsConst(sobol1Direct(b << (8 * k)));
+  }
+};
+constexpr ReversedSobol1Tables kReversedSobol1;
+
+inline uint32_t reversedSobol1(uint32_t index) {
+  return kReversedSobol1.byte[0][index & 0xFFu] ^ kReversedSobol1.byte[1][(index >> 8) & 0xFFu] ^
+         kReversedSobol1.byte[2][(index >> 16) & 0xFFu] ^ kReversedSobol1.byte[3][index >> 24];
 }
 
 // The seed of a dimension, and seeds derived from it for the scrambles.
@@ -60,22 +85,25 @@ uint32_t hashCombine(uint32_t seed, uint32_t value) {
 }
 
 SampleStream::SampleStream(uint32_t seed, uint32_t pixel, uint32_t sampleIndex)
-    : seed_(hashCombine(hashInt(seed), pixel)), index_(sampleIndex) {}
+    : seed_(hashCombine(hashInt(seed), pixel)), reversedIndex_(reverseBits(sampleIndex)) {}
 
+// Each dimension (pair) shuffles the sample index with a scramble of its own,
+// so that dimensions are not correlated through a shared order, then takes
+// the first (and second) Sobol dimension of the shuffled index, scrambled.
+// The first Sobol dimension of an index is its bit reversal, which the
+// scramble's own first reversal undoes.
 float SampleStream::next1D() {
   const uint32_t seed = dimensionSeed(seed_, dimension_++);
-  // The first Sobol dimension of the shuffled index is its bit reversal,
-  // which the scramble's own first reversal undoes.
-  const uint32_t shuffled = owenScramble(index_, seed);
-  return toUnitFloat(reverseBits(laineKarrasPermutation(shuffled, derivedSeed(seed, 1))));
+  const uint32_t shuffled = owenScrambleReversed(reversedIndex_, seed);
+  return toUnitFloat(owenScrambleReversed(shuffled, derivedSeed(seed, 1)));
 }
 
 void SampleStream::next2D(float out[2]) {
   const uint32_t seed = dimensionSeed(seed_, dimension_);
   dimension_ += 2;
-  const uint32_t shuffled = owenScramble(index_, seed);
-  out[0] = toUnitFloat(reverseBits(laineKarrasPermutation(shuffled, derivedSeed(seed, 1))));
-  out[1] = toUnitFloat(owenScramble(sobol1(shuffled), derivedSeed(seed, 2)));
+  const uint32_t shuffled = owenScrambleReversed(reversedIndex_, seed);
+  out[0] = toUnitFloat(owenScrambleReversed(shuffled, derivedSeed(seed, 1)));
+  out[1] = toUnitFloat(owenScrambleReversed(reversedSobol1(shuffled), derivedSeed(seed, 2)));
 }
 
 SampleStream SampleStream::split() {

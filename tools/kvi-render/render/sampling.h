@@ -34,7 +34,7 @@ class SampleStream {
 
  private:
   uint32_t seed_ = 0;
-  uint32_t index_ = 0;
+  uint32_t reversedIndex_ = 0;  // the sample's index within its pixel, bit-reversed
   uint32_t dimension_ = 0;
 };
 

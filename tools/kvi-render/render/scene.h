@@ -60,7 +60,7 @@ struct Object {
   int light = -1;     // the light this object is the emitter of, or -1
 };
 
-enum class LightType { Point, Spot, Directional, Area, Ambient, Environment, Sky };
+enum class LightType { Point, Spot, Directional, Area, Ambient, Environment, Sky, Sphere };
 const char* lightTypeName(LightType type);
 
 struct Light {
@@ -74,6 +74,9 @@ struct Light {
   std::vector<Vec3> normals;
   std::vector<float> areaCdf;
   float area = 0.0f;
+  // Lights that place their own samples (a sphere light, a spot light with a
+  // radius): the radius of the ball or disk they shine from.
+  float radius = 0.0f;
   int object = -1;  // the emitter object when visible to rays, -1 otherwise
 };
 

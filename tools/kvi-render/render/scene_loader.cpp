@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "kvi/host/environment_samplers.h"
+#include "kvi/host/photometric_web.h"
 #include "kvi/host/samplers.h"
 #include "kvi/host/error.h"
 #include "render/images.h"
@@ -282,10 +283,13 @@ class Loader {
 
   void checkTextureDefinition(const json& j, const std::string& p) const {
     expectObject(j, p);
-    checkKeys(j, p, {"file", "faces", "checker", "gradient", "color", "type", "flip"});
+    checkKeys(j, p, {"file", "faces", "checker", "gradient", "color", "ies", "ies_text", "type", "flip"});
     int sources = 0;
-    for (const char* k : {"file", "faces", "checker", "gradient", "color"}) sources += j.contains(k) ? 1 : 0;
-    if (sources != 1) fail(p, "expected exactly one of \"file\", \"faces\", \"checker\", \"gradient\" or \"color\"");
+    for (const char* k : {"file", "faces", "checker", "gradient", "color", "ies", "ies_text"}) sources += j.contains(k) ? 1 : 0;
+    if (sources != 1)
+      fail(p, "expected exactly one of \"file\", \"faces\", \"checker\", \"gradient\", \"color\", \"ies\" or \"ies_text\"");
+    if ((j.contains("ies") || j.contains("ies_text")) && (j.contains("type") || j.contains("flip")))
+      fail(p, "a photometric web (\"ies\", \"ies_text\") takes no \"type\" or \"flip\"");
     if (j.contains("type")) {
       const std::string t = text(j["type"], member(p, "type"));
       if (t != "image" && t != "latlong" && t != "latlong_z_up" && t != "cube")
@@ -394,8 +398,13 @@ class Loader {
     const std::string key = definitionPointer + "#" + type;
     if (auto found = scene_.textures.samplerByKey.find(key); found != scene_.textures.samplerByKey.end())
       return found->second;
-    auto data = textureData(definition, definitionPointer);
     std::unique_ptr<ITextureSampler> made;
+    if (definition.contains("ies") || definition.contains("ies_text")) {
+      made = photometricWeb(definition, definitionPointer);
+      scene_.textures.samplers.push_back(std::move(made));
+      return scene_.textures.samplerByKey[key] = scene_.textures.samplers.size() - 1;
+    }
+    auto data = textureData(definition, definitionPointer);
     if (type == "cube") {
       std::vector<host::ImageSampler> faces;
       for (const auto& f : data->images) faces.emplace_back(f.width, f.height, f.rgba);
@@ -414,6 +423,19 @@ class Loader {
     }
     scene_.textures.samplers.push_back(std::move(made));
     return scene_.textures.samplerByKey[key] = scene_.textures.samplers.size() - 1;
+  }
+
+  // A photometric web read from an IES file ("ies") or given as its text
+  // ("ies_text"); a malformed one stops the scene with the reader's message.
+  std::unique_ptr<ITextureSampler> photometricWeb(const json& j, const std::string& p) const {
+    try {
+      if (j.contains("ies"))
+        return std::make_unique<host::PhotometricWebSampler>(host::readIesFile(file(j["ies"], member(p, "ies"))));
+      return std::make_unique<host::PhotometricWebSampler>(
+          host::parseIes(text(j["ies_text"], member(p, "ies_text")), "<ies_text>"));
+    } catch (const host::Error& e) {
+      fail(member(p, j.contains("ies") ? "ies" : "ies_text"), e.what());
+    }
   }
 
   // ---- shaders and their parameters ---------------------------------------
@@ -716,24 +738,24 @@ class Loader {
 
   void readLight(const json& j, const std::string& p) {
     expectObject(j, p);
-    checkKeys(j, p, {"shader", "parameters", "type", "position", "direction", "target", "emitter"});
+    checkKeys(j, p, {"shader", "parameters", "type", "position", "direction", "target", "emitter", "visible"});
     Light light;
     light.shader = shader(j, p, kLightKind, nullptr);
     std::optional<LightType> type;
     if (j.contains("type")) {
       const std::string t = text(j["type"], member(p, "type"));
       for (LightType candidate : {LightType::Point, LightType::Spot, LightType::Directional, LightType::Area,
-                                  LightType::Ambient, LightType::Environment, LightType::Sky})
+                                  LightType::Ambient, LightType::Environment, LightType::Sky, LightType::Sphere})
         if (t == lightTypeName(candidate)) type = candidate;
       if (!type)
-        fail(member(p, "type"), "expected point, spot, directional, area, ambient, environment or sky, got " +
+        fail(member(p, "type"), "expected point, spot, directional, area, ambient, environment, sky or sphere, got " +
                                     describe(j["type"]));
     }
     if (!j.contains("type")) type = lightTypeFromShaderName(light.shader.shader);
-    if (!type) fail(p, "expected a \"type\" (point, spot, directional, area, ambient, environment or sky) for '" +
+    if (!type) fail(p, "expected a \"type\" (point, spot, directional, area, ambient, environment, sky or sphere) for '" +
                            light.shader.shader + "'");
     light.type = *type;
-    const bool placed = light.type == LightType::Point || light.type == LightType::Spot;
+    const bool placed = light.type == LightType::Point || light.type == LightType::Spot || light.type == LightType::Sphere;
     const bool aimed = light.type == LightType::Spot || light.type == LightType::Directional;
     if (j.contains("position")) {
       if (!placed) fail(member(p, "position"), std::string("a ") + lightTypeName(light.type) + " light has no position");
@@ -758,6 +780,10 @@ class Loader {
     } else if (j.contains("emitter")) {
       fail(member(p, "emitter"), std::string("a ") + lightTypeName(light.type) + " light has no emitter");
     }
+    const bool selfSampled = light.type == LightType::Sphere || light.type == LightType::Spot;
+    if (j.contains("visible") && !selfSampled)
+      fail(member(p, "visible"), std::string("a ") + lightTypeName(light.type) + " light has no emitter of its own to show");
+    if (selfSampled) addOwnEmitter(light, !j.contains("visible") || boolean(j["visible"], member(p, "visible")));
     scene_.lights.push_back(std::move(light));
     if (scene_.lights.back().object >= 0) scene_.objects[size_t(scene_.lights.back().object)].light = int(scene_.lights.size() - 1);
   }
@@ -794,6 +820,50 @@ class Loader {
     }
   }
 
+  // Sphere lights, and spot lights with a radius, sample themselves: their
+  // shader's "radius" gives the ball (analytic) or the disk facing along the
+  // spot's direction that rays see when visible.
+  void addOwnEmitter(Light& light, bool visible) {
+    const auto* radius = light.shader.info->findParameter("radius");
+    if (radius && radius->kind == ParamKind::Float) light.radius = light.shader.block->getFloat("radius");
+    if (!(light.radius > 0.0f) || !std::isfinite(light.radius) || !visible) return;
+    Object object;
+    object.name = "emitter of " + light.shader.shader;
+    if (light.type == LightType::Sphere) {
+      object.prototype = sharedPrototype("sphere", Prototype::Kind::Sphere, nullptr);
+      object.toWorld = Affine::translation(light.position) * Affine::scaling(Vec3{1, 1, 1} * light.radius);
+    } else {
+      object.prototype = sharedPrototype("disk:" + std::to_string(scene_.lights.size()), Prototype::Kind::Mesh,
+                                         std::make_shared<Mesh>(diskFacing(light.position, light.direction, light.radius)));
+    }
+    object.toObject = object.toWorld.inverse();
+    scene_.objects.push_back(std::move(object));
+    light.object = int(scene_.objects.size() - 1);
+  }
+
+  // A disk of triangles around `centre`, its front side facing `axis`.
+  static Mesh diskFacing(Vec3 centre, Vec3 axis, float radius) {
+    constexpr int kSegments = 48;
+    Vec3 t, b;
+    orthonormalBasis(axis, t, b);
+    Mesh disk;
+    disk.positions.push_back(centre);
+    for (int i = 0; i < kSegments; ++i) {
+      const float a = 2.0f * kPi * float(i) / float(kSegments);
+      disk.positions.push_back(centre + (t * std::cos(a) + b * std::sin(a)) * radius);
+    }
+    for (uint32_t i = 0; i < kSegments; ++i) {
+      const uint32_t next = 1 + (i + 1) % kSegments;
+      // Wound so that the face normal (b - a) x (c - a) points along the axis.
+      if (dot(cross(disk.positions[1 + i] - centre, disk.positions[next] - centre), axis) > 0.0f)
+        disk.indices.insert(disk.indices.end(), {0, 1 + i, next});
+      else
+        disk.indices.insert(disk.indices.end(), {0, next, 1 + i});
+    }
+    completeVertexFrames(disk);
+    return disk;
+  }
+
   bool hasEnvironmentLight() const {
     for (const auto& l : scene_.lights)
       if (l.type == LightType::Sky || l.type == LightType::Environment) return true;
@@ -819,11 +889,26 @@ class Loader {
     environment.shader = shader(j, p, kEnvironmentKind, [&](ShaderInstance& s, const json& given) {
       fillEnvironmentParameters(s, given, toneMap, sun, standsForLight);
     });
+    fillPictureSize(environment.shader, j.contains("parameters") ? j["parameters"] : json::object());
     if (standsForLight)
       environment.forLights = shader(j, p, kEnvironmentKind, [&](ShaderInstance& s, const json& given) {
         fillEnvironmentParameters(s, given, toneMap, sun, false);
       });
     scene_.environment = std::move(environment);
+  }
+
+  // A background laid out on the screen learns its picture's size from the
+  // picture bound to "image", unless the scene gives "imageResolution".
+  static void fillPictureSize(ShaderInstance& s, const json& given) {
+    const auto* size = s.info->findParameter("imageResolution");
+    const auto* image = s.info->findParameter("image");
+    if (!size || size->kind != ParamKind::Color3 || given.contains("imageResolution") || !image ||
+        image->kind != ParamKind::Texture)
+      return;
+    const auto* picture = dynamic_cast<const host::ImageSampler*>(s.block->getTexture("image").sampler);
+    if (!picture) return;
+    s.block->setColor3("imageResolution", {float(picture->width()), float(picture->height()), 0.0f});
+    s.block->applyTo(s.object.get());
   }
 
   // What the renderer knows for an environment: its tone mapping and camera,
@@ -885,6 +970,7 @@ const char* lightTypeName(LightType type) {
     case LightType::Ambient: return "ambient";
     case LightType::Environment: return "environment";
     case LightType::Sky: return "sky";
+    case LightType::Sphere: return "sphere";
   }
   return "unknown";
 }
@@ -897,7 +983,8 @@ std::optional<LightType> lightTypeFromShaderName(const std::string& name) {
   if (has("Sky")) return LightType::Sky;
   if (has("Direction")) return LightType::Directional;
   if (has("Point") || has("Photometric")) return LightType::Point;
-  if (has("Lgt_Diffuse") || has("Area") || has("Lgt_Sphere")) return LightType::Area;
+  if (has("Lgt_Sphere")) return LightType::Sphere;
+  if (has("Lgt_Diffuse") || has("Area")) return LightType::Area;
   return std::nullopt;
 }
 

@@ -24,7 +24,7 @@ const json& knownPresets() {
     "PhongReflective": {"diffuse": [0.12, 0.25, 0.7], "specular": [0.4, 0.4, 0.4], "shininess": 40.0,
                         "reflection": [0.12, 0.12, 0.12]},
     "SolidEffect": {"diffuse": [0.3, 0.65, 0.3]},
-    "VertexColorEffect": {"diffuse": [0.65, 0.6, 0.3]},
+    "VertexColorEffect": {"use_diffuse_map": true, "diffuse_map": "checker", "diffuse_map_tint": [0.9, 0.75, 0.4]},
     "velk_qora_Mtl_Metal": {"u_diffuseColor": [0.08, 0.06, 0.04], "u_diffuseWeight": 0.2,
                             "u_specularColor": [0.95, 0.72, 0.4], "u_glossiness": 0.8, "u_reflectivity": 1.0,
                             "u_brdfCurvePower": 5.0, "u_brdf00Reflectivity": 0.85, "u_brdf90Reflectivity": 1.0},
@@ -42,13 +42,22 @@ const json& knownPresets() {
     "AmbientLight": {"color": [0.3, 0.3, 0.35]},
     "velk_qora_Lgt_Direction": {"color": [1.0, 0.95, 0.9], "intensity": 1.6},
     "velk_qora_Lgt_Sky": {"intensity": [1.0, 1.0, 1.0]},
+    "velk_qora_Lgt_Sphere": {"color": [1.0, 0.92, 0.8], "units": 1, "intensity": 110.0, "radius": 0.3},
+    "velk_qora_Lgt_Spot": {"color": [1.0, 0.9, 0.75], "intensity": 9.0, "coneAngle": 22.0, "penumbraAngle": 12.0,
+                           "radius": 0.15},
+    "velk_qora_Lgt_PhotometricWeb": {"color": [1.0, 0.95, 0.85], "intensity": 0.012, "web": {"ies_text":
+      "IESNA:LM-63-2002\n[TEST] a wide downlight with a bright ring\nTILT=NONE\n1 -1 1 10 1 1 2 0 0 0\n1 1 20\n0 10 20 30 40 50 60 70 80 90\n0\n600 650 760 900 820 420 150 40 10 0\n"}},
     "velk_qora_Lgt_Diffuse": {"color": [1.0, 0.95, 0.85], "integratedColor": [12.0, 11.4, 10.2],
                               "intensity": 12.0, "cast_shadows": true},
     "DiffuseIBL": {"diffuseMap": {"gradient": {"zenith": [0.35, 0.5, 0.9], "horizon": [0.9, 0.85, 0.8],
                                                "ground": [0.25, 0.22, 0.2]}}},
     "GradientBackground": {"backgroundTopColor": [0.3, 0.45, 0.75], "backgroundBottomColor": [0.85, 0.85, 0.82],
                            "backgroundMiddleColor": [0.7, 0.75, 0.85], "backgroundColor": [0.45, 0.5, 0.6]},
-    "velk_qora_Env_Sky": {"multiplier": 0.06}
+    "velk_qora_Env_Sky": {"multiplier": 0.06},
+    "SimpleBackground": {"backgroundMode": 1, "backgroundImage": {"gradient": {"zenith": [0.3, 0.45, 0.8],
+                         "horizon": [0.85, 0.8, 0.75], "ground": [0.3, 0.28, 0.25]}}},
+    "ImageBackground": {"image": {"gradient": {"zenith": [0.2, 0.3, 0.6], "horizon": [0.95, 0.7, 0.45],
+                        "ground": [0.25, 0.2, 0.2], "width": 64, "height": 40}}, "backgroundColor": [0.1, 0.1, 0.12]}
   })");
   return presets;
 }
@@ -141,7 +150,8 @@ json placedLight(const ShaderLibrary& library, const std::string& shader, LightT
   light["type"] = lightTypeName(type);
   const Vec3 dir = normalize(-from);
   switch (type) {
-    case LightType::Point: light["position"] = vec(from.x, from.y, from.z); break;
+    case LightType::Point:
+    case LightType::Sphere: light["position"] = vec(from.x, from.y, from.z); break;
     case LightType::Spot:
       light["position"] = vec(from.x, from.y, from.z);
       light["target"] = vec(0, 0, 0);

@@ -8,23 +8,17 @@
 namespace kvi::render {
 namespace {
 
-thread_local int tCategory = -1;
 std::atomic<uint64_t> gProfileSamples[3];
 struct sigaction gPreviousAction;
 
 // Runs in whichever thread the timer interrupted: reads that thread's
 // category and counts it (lock-free atomics are safe in a signal handler).
 void onProfileTick(int) {
-  const int category = tCategory;
+  const int category = tTimeCategory;
   if (category >= 0 && category < 3) gProfileSamples[category].fetch_add(1, std::memory_order_relaxed);
 }
 
 }  // namespace
-
-int currentTimeCategory() { return tCategory; }
-
-TimeScope::TimeScope(TimeCategory category) : previous_(tCategory) { tCategory = int(category); }
-TimeScope::~TimeScope() { tCategory = previous_; }
 
 Profiler::Profiler() {
   for (auto& s : gProfileSamples) s.store(0);

@@ -30,16 +30,17 @@ struct RenderStats {
   }
 };
 
-// What the calling thread is doing, for the profile: a TimeCategory, or -1
-// when it is not rendering.
-int currentTimeCategory();
+// What each thread is doing, for the profile: a TimeCategory, or -1 when it
+// is not rendering.
+inline thread_local int tTimeCategory = -1;
+inline int currentTimeCategory() { return tTimeCategory; }
 
 // Sets the calling thread's category for the life of the scope (nesting
 // restores the outer one). Costs a thread-local store, profiled or not.
 class TimeScope {
  public:
-  explicit TimeScope(TimeCategory category);
-  ~TimeScope();
+  explicit TimeScope(TimeCategory category) : previous_(tTimeCategory) { tTimeCategory = int(category); }
+  ~TimeScope() { tTimeCategory = previous_; }
   TimeScope(const TimeScope&) = delete;
   TimeScope& operator=(const TimeScope&) = delete;
 

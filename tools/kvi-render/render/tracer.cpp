@@ -219,7 +219,7 @@ Tracer::~Tracer() {
 bool Tracer::intersect(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter, HitRecord& hit) const {
   FilterContext context;
   rtcInitIntersectContext(&context.embree);
-  context.embree.filter = contextFilter;
+  context.embree.filter = filter ? contextFilter : nullptr;
   context.filter = filter;
   RTCRayHit rayhit{};
   rayhit.ray = makeRay(origin, direction, tfar);
@@ -238,7 +238,7 @@ bool Tracer::intersect(Vec3 origin, Vec3 direction, float tfar, HitFilter* filte
 bool Tracer::occluded(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter) const {
   FilterContext context;
   rtcInitIntersectContext(&context.embree);
-  context.embree.filter = contextFilter;
+  context.embree.filter = filter ? contextFilter : nullptr;
   context.filter = filter;
   RTCRay ray = makeRay(origin, direction, tfar);
   rtcOccluded1(top_, &context.embree, &ray);
