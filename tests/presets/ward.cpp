@@ -2,8 +2,6 @@
 // anisotropic one with maps and a procedural bump, and every generated
 // variant (picked up from the generated list) lit by three lights with a
 // checker in every bitmap node.
-#include <array>
-#include <memory>
 #include <string>
 
 #include "materials/ward/ward_variant_list.h"
@@ -38,30 +36,9 @@ void glossyFinish(kvi::test::PresetFixture& f) {
   f.block.setInt("u_imageFadeEnable", 0);
 }
 
-// Three lights above the point, owned by the fixture.
-void threeLights(kvi::test::PresetFixture& f) {
-  auto lights = std::make_shared<std::array<kvi::LightSample, 3>>();
-  const float directions[3][3] = {{0.0f, 0.0f, 1.0f}, {0.6f, 0.0f, 0.8f}, {-0.48f, 0.6f, 0.64f}};
-  const float colors[3][3] = {{1.0f, 0.95f, 0.9f}, {0.3f, 0.3f, 0.4f}, {0.5f, 0.2f, 0.1f}};
-  for (int i = 0; i < 3; ++i) {
-    auto& light = (*lights)[i];
-    for (int c = 0; c < 3; ++c) {
-      light.direction[c] = directions[i][c];
-      light.color[c] = colors[i][c];
-    }
-    light.diffuseFactor = directions[i][2] * 0.31830984f;
-    light.next = i < 2 ? &(*lights)[i + 1] : nullptr;
-  }
-  f.owned.push_back(lights);
-  f.context.lightSamples = lights->data();
-  f.context.traced[0] = 0.2f;
-  f.context.traced[1] = 0.3f;
-  f.context.traced[2] = 0.4f;
-}
-
 void variantPattern(kvi::test::PresetFixture& f) {
   glossyFinish(f);
-  threeLights(f);
+  f.threeLights();
   f.block.setFloat("u_roughValue", 0.4f);
   for (const auto& p : f.block.info().parameters)
     if (endsWith(p.name, "_UnifiedBitmap_texture")) f.block.setTexture(p.name, f.checker(), 0);

@@ -16,6 +16,7 @@
 #include "materials/ward/nodes.h"
 #include "materials/ward/ward_sampling.h"
 #include "materials/ward/ward_surface.h"
+#include "statistics.h"
 #include "test_shader.h"
 
 namespace kvi::test {
@@ -440,12 +441,6 @@ TEST_F(WardTest, SampleBsdfEventsByConfiguration) {
   }
 }
 
-// Upper tail of the chi-square distribution (Wilson-Hilferty).
-double chiSquareTail(double x, int dof) {
-  const double k = dof, z = (std::cbrt(x / k) - (1.0 - 2.0 / (9.0 * k))) / std::sqrt(2.0 / (9.0 * k));
-  return 0.5 * std::erfc(z / std::sqrt(2.0));
-}
-
 // A glossy-only Ward surface (white specular, Rf = 1, no diffuse): the
 // directions sampleBsdf draws follow the density it reports, and that
 // density times the sampled weight is evaluateBsdf's value for the same
@@ -459,52 +454,33 @@ TEST_F(WardTest, GlossySamplingFollowsItsDensityAndMatchesEvaluation) {
   shader.block.setFloat("u_anisoRotationValue", 0.7f);
   state.rayDirection[0] = 0.6f, state.rayDirection[2] = -0.8f;
   MaterialShader* m = material();
-  constexpr int kZ = 8, kPhi = 12, kSamples = 60000;
-  std::vector<double> observed(kZ * kPhi, 0.0), expected(kZ * kPhi, 0.0);
   std::mt19937 rng(11);
   std::uniform_real_distribution<float> unit(0.0f, 1.0f);
-  int failed = 0;
-  for (int i = 0; i < kSamples; ++i) {
+  int drawn = 0;
+  auto draw = [&](float l[3]) {
     context.samples2D = {{unit(rng), unit(rng)}};
     m->sampleBsdf(&context, &state);
-    if (state.lobeFlags != 2) {
-      ++failed;
-      continue;
-    }
-    const float* l = state.sampledDirection;
-    double phi = std::atan2(l[1], l[0]);
-    if (phi < 0) phi += 2 * M_PI;
-    observed[std::min(kZ - 1, int(l[2] * kZ)) * kPhi + std::min(kPhi - 1, int(phi / (2 * M_PI) * kPhi))] += 1;
-    if (i % 97 == 0) {  // weight x density is the evaluated value
-      const std::array<float, 3> sampled{state.bsdfWeight[0], state.bsdfWeight[1], state.bsdfWeight[2]};
+    if (state.lobeFlags != 2) return false;
+    std::copy(state.sampledDirection, state.sampledDirection + 3, l);
+    if (++drawn % 97 == 0) {  // weight x density is the evaluated value
       ShadingState probe = state;
       m->evaluateBsdf(&context, &probe);
-      for (int c = 0; c < 3; ++c) EXPECT_NEAR(sampled[c], probe.bsdfWeight[c], 1e-4f * (1 + probe.bsdfWeight[c]));
+      for (int c = 0; c < 3; ++c)
+        EXPECT_NEAR(state.bsdfWeight[c], probe.bsdfWeight[c], 1e-4f * (1 + probe.bsdfWeight[c]));
     }
-  }
-  // Expected counts integrate the density pdfSecondary would report: lobe x (l + v).z / 2.
-  constexpr int kSub = 16;
-  const double dz = 1.0 / (kZ * kSub), dphi = 2 * M_PI / (kPhi * kSub);
-  double total = 0;
-  for (int b = 0; b < kZ * kPhi; ++b)
-    for (int i = 0; i < kSub; ++i)
-      for (int j = 0; j < kSub; ++j) {
-        const double z = ((b / kPhi) * kSub + i + 0.5) * dz, phi = ((b % kPhi) * kSub + j + 0.5) * dphi;
-        const double r = std::sqrt(1 - z * z);
-        ShadingState probe = state;
-        probe.sampledDirection[0] = float(r * std::cos(phi)), probe.sampledDirection[1] = float(r * std::sin(phi));
-        probe.sampledDirection[2] = float(z);
-        m->evaluateBsdf(&context, &probe);  // lobe x l.z (white, Rf = 1)
-        const double density = probe.bsdfWeight[0] / z * (z + 0.8) / 2;
-        expected[b] += density * dz * dphi * kSamples;
-        total += density * dz * dphi * kSamples;
-      }
-  EXPECT_NEAR(total + failed, kSamples, 0.01 * kSamples);
-  double chi2 = 0;
-  int dof = -1;
-  for (int b = 0; b < kZ * kPhi; ++b)
-    if (expected[b] >= 5) chi2 += (observed[b] - expected[b]) * (observed[b] - expected[b]) / expected[b], ++dof;
-  EXPECT_GT(chiSquareTail(chi2, dof), 1e-3) << "chi2 " << chi2 << " over " << dof;
+    return true;
+  };
+  // The density pdfSecondary reports: lobe x (l + v).z / 2, from evaluateBsdf's lobe x l.z (white, Rf = 1).
+  auto density = [&](const float l[3]) {
+    ShadingState probe = state;
+    std::copy(l, l + 3, probe.sampledDirection);
+    m->evaluateBsdf(&context, &probe);
+    return double(probe.bsdfWeight[0]) / l[2] * (l[2] + 0.8) / 2;
+  };
+  constexpr int kSamples = 60000;
+  const HemisphereChiSquare r = hemisphereChiSquare(draw, density, kSamples, 8, 12, 16);
+  EXPECT_NEAR(r.expectedInside, drawn, 0.01 * kSamples);
+  EXPECT_GT(r.pValue, 1e-3);
 }
 
 // ---- the generated variants ----------------------------------------------

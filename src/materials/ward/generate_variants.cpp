@@ -35,20 +35,16 @@
 #include <string>
 #include <vector>
 
+#include "frame/parameters.h"
 #include "materials/ward/node_kinds.h"
 
 namespace {
 
 using Color = std::array<float, 4>;
 
-struct Doc {
-  const char* meaning;
-  const char* range;
-  const char* unit;
-};
-constexpr Doc doc(const char* meaning, const char* range = "", const char* unit = "") {
-  return Doc{meaning, range, unit};
-}
+// A parameter's meaning, range and unit, as the shaders' lists write them.
+using Doc = kvi::ParameterDoc;
+using kvi::doc;
 
 // One entry of a node kind's list.
 struct Entry {
