@@ -170,47 +170,50 @@
 // that follow from a variant's graphs come from its class (kNormal0Driven,
 // kCutoutDriven): a driven normal map or cutout is on from the start, and a
 // driven normal map bends the normal visibly.
-#define KVI_WARD_VARIANT_COMMON_PARAMETERS(PARAM, VARYING)                                                  \
-  KVI_WARD_VARYINGS(VARYING)                                                                                \
-  KVI_WARD_CLIPPING(PARAM)                                                                                  \
-  KVI_WARD_PROCEDURE(PARAM)                                                                                 \
-  KVI_WARD_NORMAL0_ENABLE(PARAM, kNormal0Driven)                                                            \
-  KVI_WARD_NORMAL0_MAP(PARAM)                                                                               \
-  KVI_WARD_NORMAL0_AMOUNT_MAP_ENABLE(PARAM)                                                                 \
-  KVI_WARD_NORMAL0_AMOUNT_MAP(PARAM)                                                                        \
-  KVI_WARD_NORMAL0_AMOUNT_TRANSFORM(PARAM)                                                                  \
-  KVI_WARD_NORMAL0_AMOUNT(PARAM, kNormal0Driven ? 0.3f : 0.0f)                                              \
-  KVI_WARD_NORMAL0_TRANSFORM(PARAM)                                                                         \
-  KVI_WARD_NORMAL1_ENABLE(PARAM)                                                                            \
-  KVI_WARD_NORMAL1_MAP(PARAM)                                                                               \
-  KVI_WARD_NORMAL1_AMOUNT(PARAM)                                                                            \
-  KVI_WARD_NORMAL1_TRANSFORM(PARAM)                                                                         \
-  KVI_WARD_NORMAL1_AS_SHADING_NORMAL(PARAM)                                                                 \
-  KVI_WARD_DIFFUSE(PARAM, KVI_WARD_GREY)                                                                    \
-  KVI_WARD_IMAGE_FADE(PARAM)                                                                                \
-  KVI_WARD_SPECULAR(PARAM)                                                                                  \
-  PARAM(Bool, u_roughMapEnable, doc("take the roughness from its map"), false)                              \
-  PARAM(Texture, u_roughMap, doc("roughness map (red)"), unbound)                                           \
-  PARAM(Float, u_roughValue, doc("roughness; the glossiness is 1 - roughness", "0 to 1"), unset)            \
-  PARAM(Matrix3, u_roughTransform, doc("uv transform of the roughness map"), unset)                         \
-  PARAM(Float, u_roughAmount, doc("scale of the roughness map", "0 or more"), 1.0f)                         \
-  PARAM(Float, u_reflectGlossyValue, doc("declared and copied; no operation reads it", "0 to 1"), 1.0f)     \
-  PARAM(Bool, u_refractGlossyMapEnable, doc("declared and copied; no operation reads it"), false)           \
-  PARAM(Texture, u_refractGlossyMap, doc("declared and copied; no operation reads it"), unbound)            \
-  PARAM(Matrix3, u_refractGlossyTransform, doc("declared and copied; no operation reads it"), unset)        \
-  PARAM(Float, u_refractGlossyAmount, doc("declared and copied; no operation reads it", "0 or more"), 1.0f) \
-  PARAM(Float, u_refractGlossyValue, doc("declared and copied; no operation reads it", "0 to 1"), 1.0f)     \
-  KVI_WARD_ANISOTROPY(PARAM)                                                                                \
-  KVI_WARD_ANISO_ROTATION(PARAM)                                                                            \
-  KVI_WARD_BRDF(PARAM)                                                                                      \
-  KVI_WARD_REFLECTIVITY(PARAM)                                                                              \
-  KVI_WARD_TRANSPARENCY(PARAM)                                                                              \
-  KVI_WARD_TRANSLUCENCY(PARAM)                                                                              \
-  KVI_WARD_CUTOUT(PARAM, kCutoutDriven)                                                                     \
-  KVI_WARD_ADDITIONAL(PARAM)                                                                                \
-  KVI_WARD_COSINE_USES_BUMP(PARAM)                                                                          \
-  KVI_WARD_REFLECTION_HIGHLIGHT_ONLY(PARAM)                                                                 \
-  KVI_WARD_DECAL(PARAM)                                                                                     \
+#define KVI_WARD_VARIANT_COMMON_PARAMETERS(PARAM, VARYING)                                                        \
+  KVI_WARD_VARYINGS(VARYING)                                                                                      \
+  KVI_WARD_CLIPPING(PARAM)                                                                                        \
+  KVI_WARD_PROCEDURE(PARAM)                                                                                       \
+  KVI_WARD_NORMAL0_ENABLE(PARAM, kNormal0Driven)                                                                  \
+  KVI_WARD_NORMAL0_MAP(PARAM)                                                                                     \
+  KVI_WARD_NORMAL0_AMOUNT_MAP_ENABLE(PARAM)                                                                       \
+  KVI_WARD_NORMAL0_AMOUNT_MAP(PARAM)                                                                              \
+  KVI_WARD_NORMAL0_AMOUNT_TRANSFORM(PARAM)                                                                        \
+  KVI_WARD_NORMAL0_AMOUNT(PARAM, kNormal0Driven ? 0.3f : 0.0f)                                                    \
+  KVI_WARD_NORMAL0_TRANSFORM(PARAM)                                                                               \
+  KVI_WARD_NORMAL1_ENABLE(PARAM)                                                                                  \
+  KVI_WARD_NORMAL1_MAP(PARAM)                                                                                     \
+  KVI_WARD_NORMAL1_AMOUNT(PARAM)                                                                                  \
+  KVI_WARD_NORMAL1_TRANSFORM(PARAM)                                                                               \
+  KVI_WARD_NORMAL1_AS_SHADING_NORMAL(PARAM)                                                                       \
+  KVI_WARD_DIFFUSE(PARAM, KVI_WARD_GREY)                                                                          \
+  KVI_WARD_IMAGE_FADE(PARAM)                                                                                      \
+  KVI_WARD_SPECULAR(PARAM)                                                                                        \
+  PARAM(Bool, u_roughMapEnable, doc("take the roughness from its map"), false)                                    \
+  PARAM(Texture, u_roughMap, doc("roughness map (red)"), unbound)                                                 \
+  PARAM(Float, u_roughValue,                                                                                      \
+        doc("roughness of the glossy layer; the glossiness is u_reflectGlossyValue x (1 - roughness)", "0 to 1"), \
+        unset)                                                                                                    \
+  PARAM(Matrix3, u_roughTransform, doc("uv transform of the roughness map"), unset)                               \
+  PARAM(Float, u_roughAmount, doc("scale of the roughness map", "0 or more"), 1.0f)                               \
+  PARAM(Float, u_reflectGlossyValue, doc("scale of the glossiness, 1 - roughness", "0 to 1"), 1.0f)               \
+  PARAM(Bool, u_refractGlossyMapEnable, doc("take the refraction glossiness from its map"), false)                \
+  PARAM(Texture, u_refractGlossyMap, doc("refraction glossiness map (red)"), unbound)                             \
+  PARAM(Matrix3, u_refractGlossyTransform, doc("uv transform of the refraction glossiness map"), unset)           \
+  PARAM(Float, u_refractGlossyAmount, doc("scale of the refraction glossiness map", "0 or more"), 1.0f)           \
+  PARAM(Float, u_refractGlossyValue,                                                                              \
+        doc("glossiness of the traced transmission; 1 is clear, less blurs it", "0 to 1"), 1.0f)                  \
+  KVI_WARD_ANISOTROPY(PARAM)                                                                                      \
+  KVI_WARD_ANISO_ROTATION(PARAM)                                                                                  \
+  KVI_WARD_BRDF(PARAM)                                                                                            \
+  KVI_WARD_REFLECTIVITY(PARAM)                                                                                    \
+  KVI_WARD_TRANSPARENCY(PARAM)                                                                                    \
+  KVI_WARD_TRANSLUCENCY(PARAM)                                                                                    \
+  KVI_WARD_CUTOUT(PARAM, kCutoutDriven)                                                                           \
+  KVI_WARD_ADDITIONAL(PARAM)                                                                                      \
+  KVI_WARD_COSINE_USES_BUMP(PARAM)                                                                                \
+  KVI_WARD_REFLECTION_HIGHLIGHT_ONLY(PARAM)                                                                       \
+  KVI_WARD_DECAL(PARAM)                                                                                           \
   KVI_WARD_TINT(PARAM)
 
 #define KVI_WARD_BLACK \
