@@ -9,6 +9,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libtinyobjloader-dev
   libembree-dev libtbb-dev libopenimageio-dev openimageio-tools
   clang-14 libclang-rt-14-dev gcovr
+  parallel
 )
 
 missing=()

@@ -34,7 +34,7 @@ namespace kvi {
   PARAM(Bool, projMapOn, doc("colour the light by projMap"), false)                                                 \
   PARAM(Texture, projMap, doc("projection colour by direction (a cube map)"), unbound)                              \
   PARAM(Float, exponentUnitsMultiplier,                                                                             \
-        doc("scale applied to the distance before the falloff", "more than 0", "1/scene unit"),                     \
+        doc("multiplier of the falloff distance^exponent (the light divides by the product)", "more than 0"),      \
         1.0f)                                                                                                       \
   PARAM(Float, exponent, doc("power of the distance in the falloff; 2 is inverse square", "0 or more"), 2.0f)       \
   PARAM(Float, exponentLowerClamp, doc("falloff value at distance 0 when clamping", "0 or more"), unset)            \

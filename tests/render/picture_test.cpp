@@ -214,6 +214,33 @@ TEST(PictureTest, CutOutHoleLetsTheCameraAndTheShadowsThrough) {
 
 // ---- extreme values -----------------------------------------------------
 
+TEST(PictureTest, AnObjBoxWithoutNormalsKeepsItsEdgesSharpAndGivesNoNegativeSamples) {
+  KVI_REQUIRE_SHADERS("BasicMaterial", "DirectionalLight");
+  // Smoothed across its 90-degree edges, the top face's normals lean out
+  // past the grazing light, and the material's unclamped cosine goes
+  // negative there; split at the default crease angle, every face is flat.
+  const std::string obj = ::testing::TempDir() + "kvi_render_box_without_normals.obj";
+  std::ofstream(obj) << "v -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\nv 1 -1 1\nv 1 1 1\nv -1 1 1\n"
+                        "f 1 4 3 2\nf 5 6 7 8\nf 1 5 8 4\nf 2 3 7 6\nf 4 8 7 3\nf 1 2 6 5\n";
+  for (const bool smooth : {true, false}) {
+    json scene = emptyScene(24, 24, 4);
+    scene["camera"] = {{"position", {-2, 4, 5}}, {"look_at", {0, 0, 0}}, {"fov", 40}};
+    json box = {{"shape", "obj"}, {"file", obj}, {"material", matteMaterial(0.8f, 0.8f, 0.8f)}};
+    if (smooth) box["crease_angle"] = 180;
+    scene["objects"].push_back(box);
+    scene["lights"].push_back({{"shader", "DirectionalLight"}, {"direction", {-1, -0.15, 0}},
+                               {"parameters", {{"color", {1, 1, 1}}, {"castShadows", false}}}});
+    const Rendered r = renderScene(scene);
+    if (smooth) {
+      EXPECT_GT(r.result.stats.negativeSamples, 0u);
+      EXPECT_NE(sampleWarnings(r.result.stats).find("negative"), std::string::npos);
+    } else {
+      EXPECT_EQ(r.result.stats.negativeSamples, 0u);
+      for (float v : r.result.film.rgba) ASSERT_GE(v, 0.0f);
+    }
+  }
+}
+
 TEST(PictureTest, InfiniteSamplesAndZeroAreaLightsAreKeptOutOfThePicture) {
   KVI_REQUIRE_SHADERS("BasicMaterial", "DirectionalLight", "velk_qora_Lgt_Diffuse");
   // An emitter whose only triangle has no area, next to a light whose

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <initializer_list>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -31,6 +32,24 @@ Rendered renderScene(const nlohmann::json& scene, std::shared_ptr<const ShaderLi
 nlohmann::json emptyScene(int width, int height, int spp);
 // A BasicMaterial of the given diffuse colour without highlight.
 nlohmann::json matteMaterial(float r, float g, float b);
+
+// kvi-render run with -q and the arguments: its exit code and what it said
+// on stdout and stderr.
+struct RunResult {
+  int exitCode = -1;
+  std::string output;
+};
+RunResult runRenderer(const std::string& arguments);
+
+// A test with a folder of its own for the files it writes, removed after it.
+class FolderTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::string at(const std::string& name) const { return (dir_ / name).string(); }
+
+  std::filesystem::path dir_;
+};
 
 }  // namespace kvi::render::test
 

@@ -2,6 +2,7 @@
 // renderer's defaults for fields constructors leave unset, and the values
 // the renderer fills in for environments and materials.
 #include <cmath>
+#include <fstream>
 
 #include "kvi/host/samplers.h"
 #include "render/scene_loader.h"
@@ -27,7 +28,7 @@ TEST(SceneLoadingTest, ValuesOfEveryKindReachTheBlockAndUnsetFieldsGetTheRendere
          {"parameters",
           {{"use_decal_mode", 7},  // any byte: shaders test for non-zero
            {"cull_mode", 2},
-           {"shininess", 1e39},  // beyond float: infinite
+           {"shininess", 3e38},  // as large as a float gets: passed on as it is
            {"u_extra_color_and_alpha", {0.1, 0.2, 0.3, 0.4}},
            {"uv_clip_transform", {2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1, 0, -0.5, -0.5, 0, 1}},
            {"diffuse_map", "grey"},
@@ -37,7 +38,7 @@ TEST(SceneLoadingTest, ValuesOfEveryKindReachTheBlockAndUnsetFieldsGetTheRendere
   const host::ParameterBlock& b = *loaded->materials[0].shader.block;
   EXPECT_EQ(b.getBool("use_decal_mode"), 7);
   EXPECT_EQ(b.getInt("cull_mode"), 2);
-  EXPECT_TRUE(std::isinf(b.getFloat("shininess")));
+  EXPECT_EQ(b.getFloat("shininess"), 3e38f);
   EXPECT_EQ(b.getFloats("u_extra_color_and_alpha"), (std::vector<float>{0.1f, 0.2f, 0.3f, 0.4f}));
   EXPECT_EQ(b.getFloats("uv_clip_transform")[12], -0.5f);
   // A 2D texture and an environment map are bound to different samplers,
@@ -137,6 +138,31 @@ TEST(SceneLoadingTest, ObjectsShareTheirShapesAndApplyScaleThenRotationThenTrans
   EXPECT_NEAR(p.x, 0.0f, 1e-6f);
   EXPECT_NEAR(p.y, 1.0f, 1e-6f);
   EXPECT_NEAR(p.z, -2.0f, 1e-6f);
+}
+
+TEST(SceneLoadingTest, ComputedNormalsAreSplitAtEdgesSharperThanTheCreaseAngle) {
+  // Two triangles hinged on the z axis, the second folded up by `fold`
+  // degrees: below the 30-degree crease their hinge corners share the mean
+  // normal; above it each keeps its own, as the far corners always do.
+  for (const float fold : {20.0f, 40.0f}) {
+    const float a = fold * 3.14159265f / 180.0f;
+    const std::vector<Vec3> positions = {{0, 0, 0}, {0, 0, 1}, {-1, 0, 0}, {std::cos(a), std::sin(a), 0}};
+    const std::vector<uint32_t> triangles = {0, 2, 1, 0, 1, 3};
+    const auto normals = creaseNormals(positions, triangles, kDefaultCreaseAngle);
+    const Vec3 left{0, 1, 0}, right{-std::sin(a), std::cos(a), 0}, mean = normalize(left + right);
+    const Vec3 hingeLeft = normals[0], hingeRight = normals[3];
+    for (const auto& [normal, expected] : {std::pair{hingeLeft, fold < 30.0f ? mean : left},
+                                           std::pair{hingeRight, fold < 30.0f ? mean : right},
+                                           std::pair{normals[1], left}, std::pair{normals[5], right}})
+      EXPECT_NEAR(length(normal - expected), 0.0f, 1e-6f) << "fold " << fold;
+  }
+  // A box read from an OBJ without normals: flat faces (4 corners each), or
+  // one smooth corner per vertex with the crease at 180 degrees.
+  const std::string obj = ::testing::TempDir() + "kvi_render_crease_box.obj";
+  std::ofstream(obj) << "v -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\nv 1 -1 1\nv 1 1 1\nv -1 1 1\n"
+                        "f 1 4 3 2\nf 5 6 7 8\nf 1 5 8 4\nf 2 3 7 6\nf 4 8 7 3\nf 1 2 6 5\n";
+  EXPECT_EQ(loadObj(obj).positions.size(), 24u);
+  EXPECT_EQ(loadObj(obj, 180.0f).positions.size(), 8u);
 }
 
 TEST(SceneLoadingTest, LightsArePlacedAsTheirNamesSayUnlessTheSceneSaysOtherwise) {

@@ -42,17 +42,16 @@ void paste(ByteImage& sheet, const ByteImage& tile, int left, int top) {
 
 }  // namespace
 
-std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const GalleryOptions& options) {
+GalleryReport renderGallery(std::shared_ptr<const ShaderLibrary> library, const GalleryOptions& options) {
   const auto start = std::chrono::steady_clock::now();
-  std::filesystem::create_directories(options.directory);
   std::vector<std::string> shaders = library->shaderNames();
   std::stable_sort(shaders.begin(), shaders.end(), [&](const std::string& a, const std::string& b) {
     return kindOrder(library->info(a)->kind) < kindOrder(library->info(b)->kind);
   });
 
+  GalleryReport report;
   std::vector<ByteImage> tiles;
   std::vector<std::string> failed;
-  RenderStats stats;
   for (size_t i = 0; i < shaders.size(); ++i) {
     const std::string& shader = shaders[i];
     const std::string kind = host::shaderKindName(library->info(shader)->kind);
@@ -62,10 +61,15 @@ std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const Ga
                                    "<gallery tile " + shader + ">", ".", library);
       RenderOptions render;
       render.threads = options.threads;
+      render.interrupt = options.interrupt;
       if (options.progress)
         render.progress = [&, i](double done) { options.progress((double(i) + done) / double(shaders.size())); };
       const RenderResult result = kvi::render::render(*scene, render);
-      stats.add(result.stats);
+      report.stats.add(result.stats);
+      if (result.interrupted) {
+        report.interrupted = true;
+        return report;
+      }
       picture = displayImage(result.film, *scene);
     } catch (const std::exception& e) {
       // One shader that cannot be shown does not stop the others.
@@ -75,7 +79,6 @@ std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const Ga
       drawText(picture, 4, options.tileSize / 2, fitText(e.what(), options.tileSize - 8), kFaintInk);
     }
     tiles.push_back(labelled(picture, shader, kind));
-    writeDisplayImage((std::filesystem::path(options.directory) / (shader + ".png")).string(), tiles.back());
   }
 
   const int columns = std::max(1, std::min(int(tiles.size()), 6));
@@ -84,24 +87,26 @@ std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const Ga
   const int titleHeight = 2 * kGlyphHeight * 2 + 8;
   ByteImage sheet(columns * cellWidth + kMargin, titleHeight + rows * cellHeight + kMargin, kPaper[0]);
   drawText(sheet, kMargin, 4, "kvi shader gallery", kInk, 2);
+  const std::string module = std::filesystem::path(library->module().path()).filename().string();
   drawText(sheet, kMargin, 4 + 2 * kGlyphHeight,
-           fitText(std::to_string(tiles.size()) + " shaders of " + library->module().path(), sheet.width - 2 * kMargin),
-           kFaintInk);
+           fitText(std::to_string(tiles.size()) + " shaders of " + module, sheet.width - 2 * kMargin), kFaintInk);
   for (size_t i = 0; i < tiles.size(); ++i)
     paste(sheet, tiles[i], kMargin + int(i % size_t(columns)) * cellWidth,
           titleHeight + int(i / size_t(columns)) * cellHeight);
+
+  std::filesystem::create_directories(options.directory);
+  for (size_t i = 0; i < tiles.size(); ++i)
+    writeDisplayImage((std::filesystem::path(options.directory) / (shaders[i] + ".png")).string(), tiles[i]);
   const std::string sheetPath = (std::filesystem::path(options.directory) / "gallery.png").string();
   writeDisplayImage(sheetPath, sheet);
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   char line[256];
   std::snprintf(line, sizeof line, "gallery of %zu shaders in %.1f s (%.3g samples/s, %.3g rays/s) -> %s",
-                tiles.size(), seconds, double(stats.samples) / seconds, double(stats.rays()) / seconds,
+                tiles.size(), seconds, double(report.stats.samples) / seconds, double(report.stats.rays()) / seconds,
                 sheetPath.c_str());
-  std::string report = line;
-  for (const std::string& f : failed) report += "\n  not rendered: " + f;
-  if (stats.nonFiniteSamples > 0)
-    report += "; " + std::to_string(stats.nonFiniteSamples) + " NaN or infinite samples left out";
+  report.text = line;
+  for (const std::string& f : failed) report.text += "\n  not rendered: " + f;
   return report;
 }
 

@@ -2,11 +2,13 @@
 // sheet of them all.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "render/shader_library.h"
+#include "render/stats.h"
 
 namespace kvi::render {
 
@@ -16,12 +18,20 @@ struct GalleryOptions {
   int samplesPerPixel = 48;
   uint32_t seed = 1;
   int threads = 0;           // 0: every core
+  const std::atomic<bool>* interrupt = nullptr;  // set to stop (see RenderOptions)
   std::function<void(double)> progress;
 };
 
-// Renders DIR/<shader>.png for every shader and DIR/gallery.png; returns a
-// report: one line, plus a line for each shader that could not be rendered
-// (its tile says why). Throws when the pictures cannot be written.
-std::string renderGallery(std::shared_ptr<const ShaderLibrary> library, const GalleryOptions& options);
+struct GalleryReport {
+  // One line, plus a line for each shader that could not be rendered (its
+  // tile says why).
+  std::string text;
+  RenderStats stats;
+  bool interrupted = false;  // then nothing was written
+};
+
+// Renders every tile, then writes DIR/<shader>.png for every shader and
+// DIR/gallery.png, creating DIR. Throws when the pictures cannot be written.
+GalleryReport renderGallery(std::shared_ptr<const ShaderLibrary> library, const GalleryOptions& options);
 
 }  // namespace kvi::render

@@ -2,6 +2,8 @@
 
 #include <tiny_obj_loader.h>
 
+#include <algorithm>
+#include <cstring>
 #include <map>
 #include <stdexcept>
 #include <tuple>
@@ -131,58 +133,135 @@ Mesh makeShaderBall(int segments) {
   return m;
 }
 
-Mesh loadObj(const std::string& path) {
+namespace {
+
+// One corner of an OBJ face, by the file's 0-based indices (-1: none).
+struct ObjCorner {
+  int vertex, normal, texcoord;
+};
+
+std::string firstLine(const std::string& text) { return text.substr(0, text.find_first_of("\r\n")); }
+
+// The corners of every face after triangulation, each index checked against
+// what the file defines.
+std::vector<ObjCorner> objCorners(const tinyobj::ObjReader& reader, const std::string& path) {
+  const auto& a = reader.GetAttrib();
+  const long long counts[3] = {(long long)a.vertices.size() / 3, (long long)a.normals.size() / 3,
+                               (long long)a.texcoords.size() / 2};
+  const char* names[3] = {"vertex", "normal", "texture coordinate"};
+  std::vector<ObjCorner> corners;
+  for (const auto& shape : reader.GetShapes())
+    for (const auto& index : shape.mesh.indices) {
+      const int refs[3] = {index.vertex_index, index.normal_index, index.texcoord_index};
+      for (int k = 0; k < 3; ++k)
+        if ((k == 0 && refs[k] < 0) || refs[k] >= counts[k])
+          throw std::runtime_error("OBJ '" + path + "': a face refers to " + names[k] + " " +
+                                   std::to_string(refs[k] + 1) + ", but the file defines " +
+                                   std::to_string(counts[k]));
+      corners.push_back({refs[0], refs[1], refs[2]});
+    }
+  return corners;
+}
+
+uint32_t floatBits(float f) {
+  uint32_t bits;
+  std::memcpy(&bits, &f, sizeof bits);
+  return bits;
+}
+
+}  // namespace
+
+Mesh loadObj(const std::string& path, float creaseAngleDegrees) {
   tinyobj::ObjReaderConfig config;
   config.triangulate = true;
   config.vertex_color = true;
   tinyobj::ObjReader reader;
   if (!reader.ParseFromFile(path, config)) {
-    std::string reason = reader.Error();
-    while (!reason.empty() && (reason.back() == '\n' || reason.back() == '\r')) reason.pop_back();
+    const std::string reason = firstLine(reader.Error());
     throw std::runtime_error("cannot read OBJ '" + path + "': " + (reason.empty() ? "unknown error" : reason));
   }
+  // The reader skips faces with indices it cannot resolve and only warns.
+  const std::string& warning = reader.Warning();
+  if (warning.find("out of bounds") != std::string::npos || warning.find("invalid") != std::string::npos)
+    throw std::runtime_error("OBJ '" + path + "': " + firstLine(warning));
+  const std::vector<ObjCorner> corners = objCorners(reader, path);
+  if (corners.empty()) throw std::runtime_error("OBJ '" + path + "' has no faces (is it an OBJ file?)");
   const auto& attrib = reader.GetAttrib();
+  std::vector<Vec3> positions;
+  for (size_t v = 0; 3 * v + 2 < attrib.vertices.size(); ++v) {
+    positions.push_back({attrib.vertices[3 * v], attrib.vertices[3 * v + 1], attrib.vertices[3 * v + 2]});
+    if (!isFinite(positions.back()))
+      throw std::runtime_error("OBJ '" + path + "': vertex " + std::to_string(v + 1) + " is not finite");
+  }
+
+  // Normals per corner: the file's when every corner has one, else split at
+  // creases.
+  bool fileNormals = true, hasUvs = true;
+  for (const ObjCorner& c : corners) {
+    fileNormals = fileNormals && c.normal >= 0;
+    hasUvs = hasUvs && c.texcoord >= 0;
+  }
+  std::vector<Vec3> normals;
+  if (fileNormals) {
+    for (const ObjCorner& c : corners) {
+      const size_t n = size_t(c.normal);
+      normals.push_back(normalize(Vec3{attrib.normals[3 * n], attrib.normals[3 * n + 1], attrib.normals[3 * n + 2]}));
+    }
+  } else {
+    std::vector<uint32_t> triangles;
+    for (const ObjCorner& c : corners) triangles.push_back(uint32_t(c.vertex));
+    normals = creaseNormals(positions, triangles, creaseAngleDegrees);
+  }
+
   const bool hasColours = attrib.colors.size() == attrib.vertices.size() && !attrib.colors.empty();
   Mesh m;
-  bool hasNormals = true, hasUvs = true;
-  std::map<std::tuple<int, int, int>, uint32_t> unique;
-  for (const auto& shape : reader.GetShapes()) {
-    for (const auto& index : shape.mesh.indices) {
-      const auto key = std::make_tuple(index.vertex_index, index.normal_index, index.texcoord_index);
-      auto found = unique.find(key);
-      if (found != unique.end()) {
-        m.indices.push_back(found->second);
-        continue;
-      }
-      const size_t v = size_t(index.vertex_index);
-      if (index.vertex_index < 0 || 3 * v + 2 >= attrib.vertices.size())
-        throw std::runtime_error("OBJ '" + path + "' refers to a vertex it does not define");
-      m.positions.push_back({attrib.vertices[3 * v], attrib.vertices[3 * v + 1], attrib.vertices[3 * v + 2]});
-      if (index.normal_index >= 0 && 3 * size_t(index.normal_index) + 2 < attrib.normals.size()) {
-        const size_t n = size_t(index.normal_index);
-        m.normals.push_back(normalize(Vec3{attrib.normals[3 * n], attrib.normals[3 * n + 1], attrib.normals[3 * n + 2]}));
-      } else {
-        hasNormals = false;
-        m.normals.push_back({});
-      }
-      if (index.texcoord_index >= 0 && 2 * size_t(index.texcoord_index) + 1 < attrib.texcoords.size()) {
-        const size_t t = size_t(index.texcoord_index);
-        m.uvs.push_back({attrib.texcoords[2 * t], attrib.texcoords[2 * t + 1]});
-      } else {
-        hasUvs = false;
-        m.uvs.push_back({0.0f, 0.0f});
-      }
-      if (hasColours) m.colors.push_back({attrib.colors[3 * v], attrib.colors[3 * v + 1], attrib.colors[3 * v + 2], 1.0f});
-      const uint32_t id = uint32_t(m.positions.size() - 1);
-      unique.emplace(key, id);
-      m.indices.push_back(id);
-    }
+  std::map<std::tuple<int, int, uint32_t, uint32_t, uint32_t>, uint32_t> unique;
+  for (size_t i = 0; i < corners.size(); ++i) {
+    const ObjCorner& c = corners[i];
+    const Vec3 n = normals[i];
+    const int t = hasUvs ? c.texcoord : -1;
+    const auto key = std::make_tuple(c.vertex, t, floatBits(n.x), floatBits(n.y), floatBits(n.z));
+    const auto [found, added] = unique.emplace(key, uint32_t(m.positions.size()));
+    m.indices.push_back(found->second);
+    if (!added) continue;
+    const size_t v = size_t(c.vertex);
+    m.positions.push_back(positions[v]);
+    m.normals.push_back(n);
+    if (hasUvs) m.uvs.push_back({attrib.texcoords[2 * size_t(t)], attrib.texcoords[2 * size_t(t) + 1]});
+    if (hasColours) m.colors.push_back({attrib.colors[3 * v], attrib.colors[3 * v + 1], attrib.colors[3 * v + 2], 1.0f});
   }
-  if (!hasNormals) m.normals.clear();
-  if (!hasUvs) m.uvs.clear();
-  dropInvalidTriangles(m);
   completeVertexFrames(m);
   return m;
+}
+
+std::vector<Vec3> creaseNormals(const std::vector<Vec3>& positions, const std::vector<uint32_t>& indices,
+                                float creaseAngleDegrees) {
+  const size_t triangles = indices.size() / 3;
+  std::vector<Vec3> area(triangles), unit(triangles);  // area-weighted and unit face normals
+  for (size_t t = 0; t < triangles; ++t) {
+    const Vec3 a = positions[indices[3 * t]], b = positions[indices[3 * t + 1]], c = positions[indices[3 * t + 2]];
+    area[t] = cross(b - a, c - a);
+    unit[t] = normalize(area[t]);
+  }
+  // The triangles around each vertex, as one list cut into runs.
+  std::vector<size_t> start(positions.size() + 1, 0);
+  for (uint32_t v : indices) ++start[v + 1];
+  for (size_t v = 0; v < positions.size(); ++v) start[v + 1] += start[v];
+  std::vector<uint32_t> around(indices.size());
+  std::vector<size_t> filled(start.begin(), start.end() - 1);
+  for (size_t i = 0; i < indices.size(); ++i) around[filled[indices[i]]++] = uint32_t(i / 3);
+
+  const float cosCrease = std::cos(std::clamp(creaseAngleDegrees, 0.0f, 180.0f) * kPi / 180.0f);
+  std::vector<Vec3> normals(indices.size());
+  for (size_t i = 0; i < indices.size(); ++i) {
+    const size_t t = i / 3, first = start[indices[i]], last = start[indices[i] + 1];
+    Vec3 sum = area[t];
+    if (last - first <= kMaxSmoothedFan)
+      for (size_t k = first; k < last; ++k)
+        if (around[k] != t && dot(unit[t], unit[around[k]]) >= cosCrease) sum += area[around[k]];
+    normals[i] = normalize(sum);
+  }
+  return normals;
 }
 
 void completeVertexFrames(Mesh& m) {

@@ -35,8 +35,23 @@ Mesh makeSphereMesh(int rings, int segments);
 // turning a profile about the Y axis.
 Mesh makeShaderBall(int segments = 96);
 // Reads the triangles of an OBJ file (polygons are triangulated, materials
-// ignored). Throws std::runtime_error with the reason on failure.
-Mesh loadObj(const std::string& path);
+// ignored). A file without normals gets creaseNormals() with the given
+// crease angle. Throws std::runtime_error with a one-line reason when the
+// file cannot be read, has no faces, refers to a vertex, normal or texture
+// coordinate it does not define, or has a vertex that is not finite.
+constexpr float kDefaultCreaseAngle = 30.0f;  // degrees
+Mesh loadObj(const std::string& path, float creaseAngleDegrees = kDefaultCreaseAngle);
+
+// Normals for the corners of indexed triangles (three indices each): a
+// corner gets the area-weighted mean of the normals of the triangles around
+// its vertex that meet its own triangle at no more than the crease angle
+// (in degrees), so that edges sharper than that stay sharp (0: every
+// triangle flat, 180: smooth across every edge). Around a vertex shared by
+// more than kMaxSmoothedFan triangles each keeps its own normal, which
+// bounds the work on pathological fans.
+constexpr size_t kMaxSmoothedFan = 256;
+std::vector<Vec3> creaseNormals(const std::vector<Vec3>& positions, const std::vector<uint32_t>& indices,
+                                float creaseAngleDegrees);
 
 // Fills tangents from the uv gradients of the triangles (a frame around the
 // normal where uv is missing or degenerate) and normals from the faces where

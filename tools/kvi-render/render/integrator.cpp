@@ -414,7 +414,10 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       }
     }
     cutAway.clear();
-    if (alpha && firstSegment) *alpha = 1.0f;
+    if (alpha && firstSegment) {
+      *alpha = 1.0f;
+      path.cameraRayHit = true;
+    }
     firstSegment = false;
 
     if (material.wholeHit) {

@@ -54,6 +54,7 @@ struct PathState {
   RenderStats* stats = nullptr;
   std::vector<std::vector<LightSample>>* lightLists = nullptr;  // one per live shading context
   int level = 0;                                                 // live shading contexts
+  bool cameraRayHit = false;  // the camera ray met a surface (rather than the environment)
 };
 
 // A light's sample at a surface point: the direction towards it and the

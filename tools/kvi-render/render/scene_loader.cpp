@@ -57,20 +57,84 @@ std::string member(const std::string& pointer, const std::string& key) {
 }
 std::string element(const std::string& pointer, size_t index) { return pointer + "/" + std::to_string(index); }
 
-// A JSON number as a float; beyond the float range it becomes an infinity,
-// as the arithmetic downstream would make it.
-float toFloat(const json& j) {
-  const double v = j.get<double>();
-  if (v > 3.4028234663852886e38) return std::numeric_limits<float>::infinity();
-  if (v < -3.4028234663852886e38) return -std::numeric_limits<float>::infinity();
-  return float(v);
-}
-
 std::string oneLine(std::string text) {
   for (char& c : text)
     if (c == '\n' || c == '\r') c = ' ';
   return text;
 }
+
+// Scene values deeper than this are refused while the file is parsed, before
+// anything walks them recursively (the deepest the format uses is 8).
+constexpr size_t kMaxNesting = 64;
+
+// Positions (the camera, lights, every corner of every object) must lie
+// within this distance of the origin along each axis. Far beyond it single
+// precision cannot place a hit at all, squared distances overflow, and the
+// ray tracing kernel refuses rays (it aborts on origins near 1.8e19).
+constexpr float kMaxCoordinate = 1e12f;
+
+std::string shortNumber(double v) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", v);
+  return text;
+}
+
+// Follows nlohmann's parser through the document so that a failure can name
+// the JSON pointer where it happened, and refuses nesting beyond kMaxNesting
+// (the parser itself does not recurse; copying and printing do).
+class PointerTracker {
+ public:
+  struct TooDeep {
+    std::string pointer;
+  };
+
+  bool operator()(int, json::parse_event_t event, json& parsed) {
+    using E = json::parse_event_t;
+    switch (event) {
+      case E::object_start:
+      case E::array_start:
+        beginElement();
+        levels_.push_back({event == E::array_start, {}, 0});
+        if (levels_.size() > kMaxNesting) throw TooDeep{pointer(levels_.size() - 1, false, 8)};
+        break;
+      case E::key: levels_.back().key = parsed.get<std::string>(); break;
+      case E::value: beginElement(); break;
+      case E::object_end:
+      case E::array_end: levels_.pop_back(); break;
+    }
+    return true;
+  }
+
+  // The pointer of the value being read: the element in progress at every
+  // level, and at the innermost the element after the last one begun.
+  std::string current() const { return pointer(levels_.size(), true, levels_.size()); }
+
+ private:
+  struct Level {
+    bool array;
+    std::string key;  // objects: the last key read
+    size_t begun;     // arrays: elements begun
+  };
+
+  void beginElement() {
+    if (!levels_.empty() && levels_.back().array) ++levels_.back().begun;
+  }
+
+  // The pointer through the first `depth` levels, abridged after `shown`
+  // segments; `next` names the innermost level's next element.
+  std::string pointer(size_t depth, bool next, size_t shown) const {
+    std::string text;
+    for (size_t i = 0; i < depth; ++i) {
+      if (i == shown) return text + "/...";
+      const Level& l = levels_[i];
+      const bool innermost = i + 1 == depth;
+      text = l.array ? element(text, innermost && next ? l.begun : l.begun - 1) : member(text, l.key);
+    }
+    return text;
+  }
+
+  std::vector<Level> levels_;
+};
 
 const char* expectedShape(ParamKind kind) {
   switch (kind) {
@@ -153,9 +217,17 @@ class Loader {
       }
     }
   }
+  // A JSON number as a float; beyond the float range it is refused, since it
+  // would turn into an infinity that blacks out what it touches.
+  float toFloat(const json& j, const std::string& p) const {
+    const double v = j.get<double>();
+    if (!(std::fabs(v) <= double(std::numeric_limits<float>::max())))
+      fail(p, "the number " + j.dump() + " is beyond the float range (at most 3.4e38 in size)");
+    return float(v);
+  }
   float number(const json& j, const std::string& p) const {
     if (!j.is_number()) fail(p, "expected a number, got " + describe(j));
-    return toFloat(j);
+    return toFloat(j, p);
   }
   float positive(const json& j, const std::string& p) const {
     const float v = number(j, p);
@@ -181,13 +253,41 @@ class Loader {
     std::vector<float> v;
     for (size_t i = 0; i < count; ++i) {
       if (!j[i].is_number()) fail(element(p, i), "expected a number, got " + describe(j[i]));
-      v.push_back(toFloat(j[i]));
+      v.push_back(toFloat(j[i], element(p, i)));
     }
     return v;
   }
   Vec3 vec3(const json& j, const std::string& p) const {
     const auto v = numbers(j, p, 3, "an array of 3 numbers");
     return {v[0], v[1], v[2]};
+  }
+  static bool withinScene(Vec3 v) {
+    return std::fabs(v.x) <= kMaxCoordinate && std::fabs(v.y) <= kMaxCoordinate && std::fabs(v.z) <= kMaxCoordinate;
+  }
+  // A position in the scene.
+  Vec3 point(const json& j, const std::string& p) const {
+    const Vec3 v = vec3(j, p);
+    if (!withinScene(v))
+      fail(p, "expected a point within " + shortNumber(kMaxCoordinate) + " scene units of the origin, got " + j.dump());
+    return v;
+  }
+  // Refuses a shape placed (or sized) so that a corner lies beyond the
+  // scene's extent.
+  void checkPlacement(const Prototype& prototype, const Affine& toWorld, const std::string& p) const {
+    bool inside = true;
+    float farthest = 0.0f;
+    auto reach = [&](Vec3 local) {
+      const Vec3 w = toWorld.point(local);
+      inside = inside && withinScene(w);
+      farthest = std::max({farthest, std::fabs(w.x), std::fabs(w.y), std::fabs(w.z)});
+    };
+    if (prototype.kind == Prototype::Kind::Sphere)
+      for (int c = 0; c < 8; ++c) reach({c & 1 ? 1.0f : -1.0f, c & 2 ? 1.0f : -1.0f, c & 4 ? 1.0f : -1.0f});
+    else
+      for (const Vec3& v : prototype.mesh->positions) reach(v);
+    if (!inside)
+      fail(p, "the shape reaches " + shortNumber(farthest) + " scene units from the origin; positions must lie within " +
+                  shortNumber(kMaxCoordinate));
   }
   Vec3 direction(const json& j, const std::string& p) const {
     const Vec3 d = vec3(j, p);
@@ -199,6 +299,8 @@ class Loader {
     const std::string name = text(j, p);
     std::filesystem::path path(name);
     if (path.is_relative()) path = std::filesystem::path(base_) / path;
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) fail(p, "'" + path.string() + "' is a folder, expected a file");
     std::ifstream probe(path);
     if (!probe) fail(p, "cannot read '" + path.string() + "': " + std::strerror(errno));
     return path.string();
@@ -210,8 +312,8 @@ class Loader {
     expectObject(j, p);
     checkKeys(j, p, {"position", "look_at", "up", "fov"});
     Camera& c = scene_.camera;
-    if (j.contains("position")) c.position = vec3(j["position"], member(p, "position"));
-    if (j.contains("look_at")) c.lookAt = vec3(j["look_at"], member(p, "look_at"));
+    if (j.contains("position")) c.position = point(j["position"], member(p, "position"));
+    if (j.contains("look_at")) c.lookAt = point(j["look_at"], member(p, "look_at"));
     if (j.contains("up")) c.up = direction(j["up"], member(p, "up"));
     if (j.contains("fov")) {
       c.fovY = number(j["fov"], member(p, "fov"));
@@ -500,7 +602,7 @@ class Loader {
         const size_t count = host::kindFloatCount(info.kind);
         std::vector<float> values;
         if (info.kind == ParamKind::Float && v.is_number()) {
-          values.push_back(toFloat(v));
+          values.push_back(toFloat(v, p));
         } else if ((info.kind == ParamKind::Matrix3 || info.kind == ParamKind::Matrix4) && v == "identity") {
           values.assign(count, 0.0f);
           const size_t n = info.kind == ParamKind::Matrix3 ? 3 : 4;
@@ -508,7 +610,7 @@ class Loader {
         } else if (info.kind != ParamKind::Float && v.is_array() && v.size() == count) {
           for (size_t i = 0; i < count; ++i) {
             if (!v[i].is_number()) fail(element(p, i), "expected a number, got " + describe(v[i]));
-            values.push_back(toFloat(v[i]));
+            values.push_back(toFloat(v[i], element(p, i)));
           }
         } else {
           fail(p, wrong);
@@ -615,7 +717,7 @@ class Loader {
     Affine scale, rotate, translate, matrix;
     if (j.contains("scale")) {
       const json& s = j["scale"];
-      scale = Affine::scaling(s.is_number() ? Vec3{toFloat(s), toFloat(s), toFloat(s)}
+      scale = Affine::scaling(s.is_number() ? Vec3{1, 1, 1} * number(s, member(p, "scale"))
                                             : vec3(s, member(p, "scale")));
     }
     if (j.contains("rotate")) {
@@ -646,6 +748,8 @@ class Loader {
   int prototype(const json& j, const std::string& p, bool needTriangles) {
     if (!j.contains("shape")) fail(p, "expected a \"shape\": sphere, plane, box, shader_ball or obj");
     const std::string shape = text(j["shape"], member(p, "shape"));
+    if (j.contains("crease_angle") && shape != "obj")
+      fail(member(p, "crease_angle"), "only obj shapes have a crease angle (their normals are computed)");
     std::string key = shape;
     std::function<Mesh()> make;
     if (shape == "sphere") {
@@ -680,10 +784,16 @@ class Loader {
     } else if (shape == "obj") {
       if (!j.contains("file")) fail(p, "an obj shape needs a \"file\"");
       const std::string path = file(j["file"], member(p, "file"));
-      key += ":" + path;
-      make = [this, path, fp = member(p, "file")] {
+      float crease = kDefaultCreaseAngle;
+      if (j.contains("crease_angle")) {
+        crease = number(j["crease_angle"], member(p, "crease_angle"));
+        if (!(crease >= 0.0f && crease <= 180.0f))
+          fail(member(p, "crease_angle"), "expected an angle from 0 to 180 (degrees), got " + describe(j["crease_angle"]));
+      }
+      key += ":" + std::to_string(crease) + ":" + path;
+      make = [this, path, crease, fp = member(p, "file")] {
         try {
-          return loadObj(path);
+          return loadObj(path, crease);
         } catch (const std::exception& e) {
           fail(fp, e.what());
         }
@@ -717,11 +827,12 @@ class Loader {
       const std::string op = element(p, i);
       const json& o = j[i];
       expectObject(o, op);
-      checkKeys(o, op, {"name", "shape", "file", "size", "uv_scale", "radius", "transform", "material"});
+      checkKeys(o, op, {"name", "shape", "file", "crease_angle", "size", "uv_scale", "radius", "transform", "material"});
       Object object;
       object.name = o.contains("name") ? text(o["name"], member(op, "name")) : "object " + std::to_string(i);
       object.prototype = prototype(o, op, false);
       object.toWorld = shapeTransform(o, op);
+      checkPlacement(scene_.prototypes[size_t(object.prototype)], object.toWorld, op);
       object.toObject = object.toWorld.inverse();
       if (!o.contains("material")) fail(op, "expected a \"material\" (a name under /materials or a shader object)");
       object.material = materialReference(o["material"], member(op, "material"));
@@ -759,7 +870,7 @@ class Loader {
     const bool aimed = light.type == LightType::Spot || light.type == LightType::Directional;
     if (j.contains("position")) {
       if (!placed) fail(member(p, "position"), std::string("a ") + lightTypeName(light.type) + " light has no position");
-      light.position = vec3(j["position"], member(p, "position"));
+      light.position = point(j["position"], member(p, "position"));
     } else if (placed) {
       fail(p, std::string("a ") + lightTypeName(light.type) + " light needs a \"position\"");
     }
@@ -770,7 +881,7 @@ class Loader {
     if (j.contains("direction")) light.direction = direction(j["direction"], member(p, "direction"));
     if (j.contains("target")) {
       const Vec3 from = light.type == LightType::Spot ? light.position : Vec3{};
-      const Vec3 d = vec3(j["target"], member(p, "target")) - from;
+      const Vec3 d = point(j["target"], member(p, "target")) - from;
       if (!(length(d) > 0.0f)) fail(member(p, "target"), "expected a target other than the light's position");
       light.direction = normalize(d);
     }
@@ -790,9 +901,10 @@ class Loader {
 
   void readEmitter(const json& j, const std::string& p, Light& light) {
     expectObject(j, p);
-    checkKeys(j, p, {"shape", "file", "size", "uv_scale", "radius", "transform", "visible"});
+    checkKeys(j, p, {"shape", "file", "crease_angle", "size", "uv_scale", "radius", "transform", "visible"});
     const int proto = prototype(j, p, true);
     const Affine toWorld = shapeTransform(j, p);
+    checkPlacement(scene_.prototypes[size_t(proto)], toWorld, p);
     const Mesh& mesh = *scene_.prototypes[size_t(proto)].mesh;
     float total = 0.0f;
     for (size_t t = 0; t + 2 < mesh.indices.size(); t += 3) {
@@ -1005,18 +1117,29 @@ std::unique_ptr<Scene> loadScene(const json& document, const std::string& label,
 }
 
 json readSceneDocument(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error)) throw SceneError(path, "", "is a folder, not a scene file");
   std::ifstream in(path);
   if (!in) throw SceneError(path, "", std::string("cannot read the scene: ") + std::strerror(errno));
   std::stringstream text;
   text << in.rdbuf();
+  PointerTracker tracker;
+  json document;
   try {
-    return json::parse(text.str());
-  } catch (const json::parse_error& e) {
+    document = json::parse(text.str(), std::ref(tracker));
+  } catch (const PointerTracker::TooDeep& deep) {
+    throw SceneError(path, deep.pointer, "values nested more than " + std::to_string(kMaxNesting) + " levels deep");
+  } catch (const json::exception& e) {
+    // Syntax errors say where they are; a number beyond the double range
+    // (error 406) is named by its pointer.
     std::string what = e.what();
     const size_t bracket = what.find("] ");
     if (what.rfind("[json.exception", 0) == 0 && bracket != std::string::npos) what = what.substr(bracket + 2);
+    if (e.id == 406) throw SceneError(path, tracker.current(), oneLine(what) + " (beyond the range of a double)");
     throw SceneError(path, "", "not valid JSON: " + oneLine(what));
   }
+  if (!document.is_object()) throw SceneError(path, "", "expected a scene (a JSON object), got " + describe(document));
+  return document;
 }
 
 std::unique_ptr<Scene> loadSceneFile(const std::string& path, std::shared_ptr<const ShaderLibrary> library) {

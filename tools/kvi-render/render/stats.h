@@ -15,7 +15,8 @@ struct RenderStats {
   uint64_t secondaryRays = 0;     // continuations, gathers and rays traced for materials
   uint64_t shadowRays = 0;
   uint64_t shaderCalls = 0;
-  uint64_t nonFiniteSamples = 0;  // NaN or infinite samples kept out of the image
+  uint64_t nonFiniteSamples = 0;  // NaN or infinite samples, counted as black
+  uint64_t negativeSamples = 0;   // samples of surfaces with a negative colour channel
   uint64_t profileSamples[3] = {0, 0, 0};  // by TimeCategory, when profiled
 
   uint64_t rays() const { return cameraRays + secondaryRays + shadowRays; }
@@ -26,6 +27,7 @@ struct RenderStats {
     shadowRays += o.shadowRays;
     shaderCalls += o.shaderCalls;
     nonFiniteSamples += o.nonFiniteSamples;
+    negativeSamples += o.negativeSamples;
     for (int i = 0; i < 3; ++i) profileSamples[i] += o.profileSamples[i];
   }
 };
