@@ -84,18 +84,25 @@ void normalMapSlope(uint8_t enabled, const TextureRef& map, const float transfor
     slope[2] = 1.0f;
     return;
   }
-  float strength = amount;
-  if (amountMapEnabled) {
-    float texel[4];
-    sampleChannel(amountMap, amountTransform, uv, texel);
-    strength = texel[0];
-  }
+  const float strength = normalMapStrength(amount, amountMapEnabled, amountMap, amountTransform, uv);
   float normal[4];
   sampleChannel(map, transform, uv, normal);
-  strength = strength * 3.3f * k;
-  slope[0] = normal[0] * strength;
-  slope[1] = normal[1] * strength;
-  slope[2] = normal[2];
+  normalTexelSlope(normal, strength, k, slope);
+}
+
+float normalMapStrength(float amount, uint8_t amountMapEnabled, const TextureRef& amountMap,
+                        const float amountTransform[9], const float uv[2]) {
+  if (!amountMapEnabled) return amount;
+  float texel[4];
+  sampleChannel(amountMap, amountTransform, uv, texel);
+  return texel[0];
+}
+
+void normalTexelSlope(const float texel[4], float strength, float k, float slope[3]) {
+  const float s = strength * 3.3f * k;
+  slope[0] = texel[0] * s;
+  slope[1] = texel[1] * s;
+  slope[2] = texel[2];
 }
 
 void tileBumpSlope(const float uv[2], float scale, float slope[2]) {

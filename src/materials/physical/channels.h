@@ -136,6 +136,14 @@ void normalMapSlope(uint8_t enabled, const TextureRef& map, const float transfor
                     uint8_t amountMapEnabled, const TextureRef& amountMap, const float amountTransform[9],
                     const float uv[2], float k, float slope[3]);
 
+// The two steps of normalMapSlope, for a normal texel that comes from
+// elsewhere (a node graph): the strength ("amount", or the red of the
+// amount map when that is enabled), and the slope (r x s, g x s, b) of a
+// texel with s = strength x 3.3 x k.
+float normalMapStrength(float amount, uint8_t amountMapEnabled, const TextureRef& amountMap,
+                        const float amountTransform[9], const float uv[2]);
+void normalTexelSlope(const float texel[4], float strength, float k, float slope[3]);
+
 // Procedural tile bump: the slope (+-1 on one axis) of the pyramid of the
 // tile cell around uv x scale x 0.5; the steeper axis wins, a tie goes to u,
 // and 0 counts as positive.
