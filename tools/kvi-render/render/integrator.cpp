@@ -312,6 +312,10 @@ RayType Integrator::scattered(const RayType& parent, int32_t lobeFlags) const {
   RayType next = parent;
   next.depth = parent.depth + 1;
   next.kindBits = (parent.kindBits & ~(kCameraRay | kTracedRay)) | kSecondaryRay;
+  // Transmissions (8 refraction, 16 glossy, 32 diffuse) keep the ray's kind:
+  // light samples are taken on the side a ray arrives from, so the light
+  // beyond a transmitting surface reaches the path only through its
+  // continuation.
   if (lobeFlags & (1 | 2)) {
     // After a diffuse or glossy event the lights have given the direct light
     // already: the continuation only carries illumination.
@@ -441,6 +445,9 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
     MaterialShader* shader = material.shader.material();
     ShadingState state;
     fillSurfaceState(state, sp, material, direction, type, path);
+    // How far the ray travelled to this hit: a dielectric absorbs along it
+    // when the ray arrives from inside (see docs/host-services.md).
+    state.lightDistance = length(sp.position - origin);
     Vertex vertex = vertexOf(state);
     vertex.gatherScale = traits.gatherScale;
     ShadingContext context(*this, path, type, &vertex);
