@@ -48,12 +48,19 @@ struct ShadingState {
   float bsdfWeight[3];           // evaluateBsdf: BSDF x cosine; sampleBsdf: the event's weight (see above)
   float pdf;                     // sampleBsdf: multiplies the weight (see above); evaluateBsdf: not used
   float pdfSecondary;            // sampleBsdf: divides the weight, the direction's density (see above)
-  int32_t lobeFlags;             // sampleBsdf: the event: 0 end, 1 diffuse, 2 glossy, 4 mirror, 64 pass-through
+  // sampleBsdf: the event chosen: 0 none (the path ends), 1 diffuse
+  // reflection, 2 glossy reflection, 4 mirror reflection, 8 specular
+  // transmission (refraction), 16 glossy transmission, 32 diffuse
+  // transmission (translucency), 64 straight pass-through.
+  int32_t lobeFlags;
   uint8_t reflectionAllowed;     // host: 0 forbids starting a reflection here
   float lightSamplePosition[3];  // host: point on the light
   float lightAxis[3];            // host: the light's axis
   float lightDirection[3];       // host: unit direction from the light to the point
-  float lightDistance;           // host: distance from the point to the light sample
+  // host: distance from the point to the light sample; for evaluateBsdf and
+  // sampleBsdf of a material, how far the arriving ray travelled to the hit
+  // (0 when the host does not tell; a dielectric absorbs along it).
+  float lightDistance;
   float lightColor[3];           // light shade: light arriving at the point
   float lightShadow[3];          // light shade: shadow transmission of that light
   uint8_t hitDiscarded;          // PhongReflective: 1 when clipping planes reject the hit
