@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -28,61 +29,138 @@ bool endsWith(const std::string& s, const char* suffix) {
   return s.size() > n && s.compare(s.size() - n, n, suffix) == 0;
 }
 
-std::vector<uint8_t> readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw Error("cannot read module '" + path + "': " + std::strerror(errno));
-  return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+// The ELF machine and byte order of the programs this host runs in: a module
+// must match them to be loaded.
+#if defined(__x86_64__)
+constexpr uint16_t kThisMachine = EM_X86_64;
+#elif defined(__aarch64__)
+constexpr uint16_t kThisMachine = EM_AARCH64;
+#else
+constexpr uint16_t kThisMachine = EM_NONE;  // not compared
+#endif
+constexpr unsigned char kThisByteOrder = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? ELFDATA2LSB : ELFDATA2MSB;
 
-// Copies a T out of the file, checking that it lies inside it.
-template <class T>
-T readAt(const std::vector<uint8_t>& file, uint64_t offset, const std::string& path) {
-  if (offset > file.size() || file.size() - offset < sizeof(T))
-    throw Error("module '" + path + "' is truncated or not a valid ELF object");
-  T value;
-  std::memcpy(&value, file.data() + offset, sizeof(T));
-  return value;
-}
+// True when [offset, offset + length) lies inside a file of the given size.
+bool within(uint64_t offset, uint64_t length, uint64_t size) { return offset <= size && length <= size - offset; }
+
+// A module file read whole and checked before the dynamic loader maps it: the
+// loader trusts the headers, and a segment reaching past the end of the file
+// ends the process with SIGBUS when its page is touched.
+class ElfModule {
+ public:
+  explicit ElfModule(const std::string& path) : path_(path), bytes_(readFile(path)) {
+    checkHeader();
+    checkSegments();
+    checkSections();
+  }
+
+  // Names with both a <Name>_create and a <Name>_getAPIVersion function
+  // defined in the dynamic symbol table, sorted.
+  std::vector<std::string> shaderNames() const {
+    std::set<std::string> creates, versions;
+    for (uint64_t i = 0; i < sectionCount_; ++i) {
+      const auto section = sectionHeader(i);
+      if (section.sh_type != SHT_DYNSYM) continue;
+      if (section.sh_entsize != sizeof(Elf64_Sym) || section.sh_link >= sectionCount_)
+        fail("has a broken dynamic symbol table");
+      const auto strings = sectionHeader(section.sh_link);
+      const char* names = reinterpret_cast<const char*>(bytes_.data() + strings.sh_offset);
+      for (uint64_t k = 0; k < section.sh_size / sizeof(Elf64_Sym); ++k) {
+        const auto symbol = read<Elf64_Sym>(section.sh_offset + k * sizeof(Elf64_Sym));
+        if (symbol.st_shndx == SHN_UNDEF || ELF64_ST_TYPE(symbol.st_info) != STT_FUNC) continue;
+        if (symbol.st_name >= strings.sh_size) continue;
+        const char* begin = names + symbol.st_name;
+        const void* end = std::memchr(begin, '\0', strings.sh_size - symbol.st_name);
+        if (!end) continue;
+        const std::string name(begin, static_cast<const char*>(end));
+        if (endsWith(name, kCreateSuffix)) creates.insert(name.substr(0, name.size() - std::strlen(kCreateSuffix)));
+        if (endsWith(name, kApiVersionSuffix))
+          versions.insert(name.substr(0, name.size() - std::strlen(kApiVersionSuffix)));
+      }
+    }
+    std::vector<std::string> shaders;
+    std::set_intersection(creates.begin(), creates.end(), versions.begin(), versions.end(),
+                          std::back_inserter(shaders));
+    return shaders;
+  }
+
+ private:
+  static std::vector<uint8_t> readFile(const std::string& path) {
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) throw Error("module '" + path + "' is a directory");
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw Error("cannot read module '" + path + "': " + std::strerror(errno));
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+
+  [[noreturn]] void fail(const std::string& what) const { throw Error("module '" + path_ + "' " + what); }
+
+  [[noreturn]] void truncated(const std::string& part, uint64_t end) const {
+    fail("is truncated or damaged: its " + part + " ends at byte " + std::to_string(end) + " of a " +
+         std::to_string(bytes_.size()) + "-byte file");
+  }
+
+  template <class T>
+  T read(uint64_t offset) const {
+    if (!within(offset, sizeof(T), bytes_.size())) truncated("data", offset + sizeof(T));
+    T value;
+    std::memcpy(&value, bytes_.data() + offset, sizeof(T));
+    return value;
+  }
+
+  Elf64_Shdr sectionHeader(uint64_t index) const {
+    return read<Elf64_Shdr>(header_.e_shoff + index * sizeof(Elf64_Shdr));
+  }
+
+  void checkHeader() {
+    if (bytes_.size() < SELFMAG || std::memcmp(bytes_.data(), ELFMAG, SELFMAG) != 0)
+      fail("is not a shared library (no ELF header)");
+    if (bytes_.size() < sizeof(Elf64_Ehdr)) truncated("ELF header", sizeof(Elf64_Ehdr));
+    header_ = read<Elf64_Ehdr>(0);
+    if (header_.e_ident[EI_CLASS] != ELFCLASS64 || header_.e_ident[EI_DATA] != kThisByteOrder)
+      fail("is not a 64-bit ELF object of this machine's byte order");
+    if (header_.e_type != ET_DYN) fail("is not a shared library (ELF type " + std::to_string(header_.e_type) + ")");
+    if (kThisMachine != EM_NONE && header_.e_machine != kThisMachine)
+      fail("is built for another machine (ELF machine " + std::to_string(header_.e_machine) + ", this one is " +
+           std::to_string(kThisMachine) + ")");
+    if (header_.e_phentsize != sizeof(Elf64_Phdr) || (header_.e_shnum && header_.e_shentsize != sizeof(Elf64_Shdr)))
+      fail("has ELF headers of an unexpected size");
+  }
+
+  void checkSegments() const {
+    const uint64_t table = uint64_t(header_.e_phnum) * sizeof(Elf64_Phdr);
+    if (!within(header_.e_phoff, table, bytes_.size())) truncated("program header table", header_.e_phoff + table);
+    for (uint16_t i = 0; i < header_.e_phnum; ++i) {
+      const auto segment = read<Elf64_Phdr>(header_.e_phoff + uint64_t(i) * sizeof(Elf64_Phdr));
+      if (!within(segment.p_offset, segment.p_filesz, bytes_.size()))
+        truncated("segment " + std::to_string(i), segment.p_offset + segment.p_filesz);
+    }
+  }
+
+  void checkSections() {
+    if (header_.e_shoff == 0) fail("has no section headers, so its shaders cannot be listed");
+    sectionCount_ = header_.e_shnum;
+    // With 65280 sections or more the count lives in the first section header.
+    if (sectionCount_ == 0) sectionCount_ = read<Elf64_Shdr>(header_.e_shoff).sh_size;
+    if (sectionCount_ > bytes_.size() / sizeof(Elf64_Shdr)) fail("is damaged: it claims more sections than it can hold");
+    const uint64_t table = sectionCount_ * sizeof(Elf64_Shdr);
+    if (!within(header_.e_shoff, table, bytes_.size())) truncated("section header table", header_.e_shoff + table);
+    for (uint64_t i = 0; i < sectionCount_; ++i) {
+      const auto section = sectionHeader(i);
+      if (section.sh_type != SHT_NOBITS && !within(section.sh_offset, section.sh_size, bytes_.size()))
+        truncated("section " + std::to_string(i), section.sh_offset + section.sh_size);
+    }
+  }
+
+  std::string path_;
+  std::vector<uint8_t> bytes_;
+  Elf64_Ehdr header_{};
+  uint64_t sectionCount_ = 0;
+};
 
 }  // namespace
 
-std::vector<std::string> exportedShaderNames(const std::string& path) {
-  const std::vector<uint8_t> file = readFile(path);
-  const auto header = readAt<Elf64_Ehdr>(file, 0, path);
-  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64 ||
-      header.e_ident[EI_DATA] != ELFDATA2LSB)
-    throw Error("module '" + path + "' is not a 64-bit little-endian ELF object");
-  if (header.e_shentsize != sizeof(Elf64_Shdr))
-    throw Error("module '" + path + "' has unexpected ELF section headers");
-
-  std::set<std::string> creates, versions;
-  for (uint16_t i = 0; i < header.e_shnum; ++i) {
-    const auto section = readAt<Elf64_Shdr>(file, header.e_shoff + uint64_t(i) * sizeof(Elf64_Shdr), path);
-    if (section.sh_type != SHT_DYNSYM || section.sh_entsize != sizeof(Elf64_Sym)) continue;
-    if (section.sh_link >= header.e_shnum) throw Error("module '" + path + "' has a broken symbol table");
-    const auto strings =
-        readAt<Elf64_Shdr>(file, header.e_shoff + uint64_t(section.sh_link) * sizeof(Elf64_Shdr), path);
-    if (strings.sh_offset > file.size() || file.size() - strings.sh_offset < strings.sh_size)
-      throw Error("module '" + path + "' has a broken string table");
-    const char* names = reinterpret_cast<const char*>(file.data() + strings.sh_offset);
-    for (uint64_t k = 0; k < section.sh_size / sizeof(Elf64_Sym); ++k) {
-      const auto sym = readAt<Elf64_Sym>(file, section.sh_offset + k * sizeof(Elf64_Sym), path);
-      if (sym.st_shndx == SHN_UNDEF || ELF64_ST_TYPE(sym.st_info) != STT_FUNC) continue;
-      if (sym.st_name >= strings.sh_size) continue;
-      const char* begin = names + sym.st_name;
-      const void* end = std::memchr(begin, '\0', strings.sh_size - sym.st_name);
-      if (!end) continue;
-      const std::string name(begin, static_cast<const char*>(end));
-      if (endsWith(name, kCreateSuffix)) creates.insert(name.substr(0, name.size() - std::strlen(kCreateSuffix)));
-      if (endsWith(name, kApiVersionSuffix))
-        versions.insert(name.substr(0, name.size() - std::strlen(kApiVersionSuffix)));
-    }
-  }
-  std::vector<std::string> shaders;
-  std::set_intersection(creates.begin(), creates.end(), versions.begin(), versions.end(),
-                        std::back_inserter(shaders));
-  return shaders;
-}
+std::vector<std::string> exportedShaderNames(const std::string& path) { return ElfModule(path).shaderNames(); }
 
 std::string defaultModulePath() {
   if (const char* fromEnvironment = std::getenv("KVI_MODULE"); fromEnvironment && *fromEnvironment)
@@ -106,6 +184,12 @@ Module::Module(std::string path, std::shared_ptr<void> handle, std::vector<std::
     : path_(std::move(path)), handle_(std::move(handle)), names_(std::move(names)) {}
 
 Module Module::open(const std::string& path) {
+  // Checked and listed before the loader maps it: a broken file is refused
+  // with a message instead of crashing the host.
+  std::vector<std::string> names = exportedShaderNames(path);
+  if (names.empty())
+    throw Error("'" + path + "' is not a kvi module: it exports no shader (no <Name>" + kCreateSuffix + " with its <Name>" +
+                kApiVersionSuffix + ")");
   dlerror();
   void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle) {
@@ -113,7 +197,7 @@ Module Module::open(const std::string& path) {
     throw Error("cannot load module '" + path + "': " + (reason ? reason : "unknown reason"));
   }
   std::shared_ptr<void> owned(handle, [](void* h) { dlclose(h); });
-  return Module(path, std::move(owned), exportedShaderNames(path));
+  return Module(path, std::move(owned), std::move(names));
 }
 
 bool Module::hasShader(const std::string& name) const {

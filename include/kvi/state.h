@@ -8,7 +8,27 @@
 
 namespace kvi {
 
-// Booleans are bytes: 0 is false, any other value is true.
+// Booleans are bytes: 0 is false, any other value is true. What a host fills
+// and presets before each operation, and how it uses the results, is the
+// host contract (docs/host-contract.md).
+//
+// The scattering results, stated once:
+// - evaluateBsdf: bsdfWeight is the BSDF times the cosine for the direction in
+//   sampledDirection, per channel: the light a sample delivers (lightColor x
+//   lightShadow / the sample's density) times bsdfWeight leaves the hit
+//   towards the ray. pdf (and pdfSecondary, where written) carry nothing a
+//   host uses there.
+// - sampleBsdf: lobeFlags names the event chosen, and the event multiplies
+//   the path's throughput by bsdfWeight x pdf / pdfSecondary, per channel
+//   (BSDF x cosine / the density of choosing the event and its direction).
+//   pdf and pdfSecondary are the factors a material reports apart from the
+//   weight: pdfSecondary the density of the chosen direction (1/pi per
+//   projected solid angle for the basic materials' cosine-distributed
+//   diffuse direction; a glossy lobe's density, which the material has also
+//   multiplied into bsdfWeight), pdf a factor kept apart (the mirror
+//   material's view cosine, its weight being K / cosine); both are 1 where
+//   bsdfWeight is the whole factor. A pdfSecondary that is not positive ends
+//   the path.
 struct ShadingState {
   float rayDirection[3];         // host: unit direction of the arriving ray, towards the surface
   float position[3];             // host: hit position (space of lights and clipping planes)
@@ -24,16 +44,23 @@ struct ShadingState {
   uint8_t radianceDone;          // evaluateRadiance: set to 1 at entry
   float surfaceResult[4];        // shadeSurface, environment shade: r, g, b, a
   float shadowTransmission[3];   // shadowTransmission: fraction passing, per channel
-  float sampledDirection[3];     // sampleBsdf output; host input of evaluateBsdf (towards the light)
-  float bsdfWeight[3];           // evaluateBsdf, sampleBsdf: BSDF x cosine / pdf
-  float pdf;                     // evaluateBsdf, sampleBsdf
-  float pdfSecondary;            // sampleBsdf: density under the diffuse lobe alone
-  int32_t lobeFlags;             // sampleBsdf: 0 end, 1 diffuse, 4 mirror, 64 pass-through
+  float sampledDirection[3];     // sampleBsdf output; host input of evaluateBsdf (unit, towards the light)
+  float bsdfWeight[3];           // evaluateBsdf: BSDF x cosine; sampleBsdf: the event's weight (see above)
+  float pdf;                     // sampleBsdf: multiplies the weight (see above); evaluateBsdf: not used
+  float pdfSecondary;            // sampleBsdf: divides the weight, the direction's density (see above)
+  // sampleBsdf: the event chosen: 0 none (the path ends), 1 diffuse
+  // reflection, 2 glossy reflection, 4 mirror reflection, 8 specular
+  // transmission (refraction), 16 glossy transmission, 32 diffuse
+  // transmission (translucency), 64 straight pass-through.
+  int32_t lobeFlags;
   uint8_t reflectionAllowed;     // host: 0 forbids starting a reflection here
   float lightSamplePosition[3];  // host: point on the light
   float lightAxis[3];            // host: the light's axis
   float lightDirection[3];       // host: unit direction from the light to the point
-  float lightDistance;           // host: distance from the point to the light sample
+  // host: distance from the point to the light sample; for evaluateBsdf and
+  // sampleBsdf of a material, how far the arriving ray travelled to the hit
+  // (0 when the host does not tell; a dielectric absorbs along it).
+  float lightDistance;
   float lightColor[3];           // light shade: light arriving at the point
   float lightShadow[3];          // light shade: shadow transmission of that light
   uint8_t hitDiscarded;          // PhongReflective: 1 when clipping planes reject the hit

@@ -13,8 +13,15 @@
 #include "lights/shaders.h"
 #include "environments/shaders.h"
 #include "materials/basic/shaders.h"
+#include "materials/physical/shaders.h"
+#include "materials/ward/shaders.h"
 
-#define KVI_SHADERS(X) KVI_LIGHT_SHADERS(X) KVI_ENVIRONMENT_SHADERS(X) KVI_BASIC_MATERIAL_SHADERS(X)
+#define KVI_SHADERS(X)             \
+  KVI_LIGHT_SHADERS(X)             \
+  KVI_ENVIRONMENT_SHADERS(X)       \
+  KVI_BASIC_MATERIAL_SHADERS(X)    \
+  KVI_PHYSICAL_MATERIAL_SHADERS(X) \
+  KVI_WARD_SHADERS(X)
 
 // Defines, in namespace kvi, in the shader's own file, the factory behind
 // Name_create (a new object with its defaults, or null, and no constructor

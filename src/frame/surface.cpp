@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "frame/vector3.h"
+
 namespace kvi {
 namespace {
 
@@ -19,17 +21,6 @@ float signOf(float x) {
 
 // The smaller value, the later one on a tie or when either is NaN.
 float minLaterWins(float first, float later) { return first < later ? first : later; }
-
-float dot3(const float a[3], const float b[3]) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-
-void normalizeIfNonZero(float v[3]) {
-  const float length = std::sqrt(dot3(v, v));
-  if (length > 0.0f) {
-    v[0] = v[0] / length;
-    v[1] = v[1] / length;
-    v[2] = v[2] / length;
-  }
-}
 
 // 1 at and above a view cosine of 1/36, falling smoothly (6x^5 - 15x^4 + 10x^3
 // of x = 36 c) to 0 at the horizon. The threshold is the stored 0.0277777

@@ -84,23 +84,7 @@ KVI_PRESET(BasicMaterial, clipping_planes) {
 }
 
 KVI_PRESET(PhongReflective, three_lights) {
-  auto lights = std::make_shared<std::array<kvi::LightSample, 3>>();
-  const float directions[3][3] = {{0.0f, 0.0f, 1.0f}, {0.6f, 0.0f, 0.8f}, {-0.48f, 0.6f, 0.64f}};
-  const float colors[3][3] = {{1.0f, 0.95f, 0.9f}, {0.3f, 0.3f, 0.4f}, {0.5f, 0.2f, 0.1f}};
-  for (int i = 0; i < 3; ++i) {
-    auto& light = (*lights)[i];
-    for (int c = 0; c < 3; ++c) {
-      light.direction[c] = directions[i][c];
-      light.color[c] = colors[i][c];
-    }
-    light.diffuseFactor = directions[i][2];
-    light.next = i < 2 ? &(*lights)[i + 1] : nullptr;
-  }
-  f.owned.push_back(lights);
-  f.context.lightSamples = lights->data();
-  f.context.traced[0] = 0.2f;
-  f.context.traced[1] = 0.3f;
-  f.context.traced[2] = 0.4f;
+  f.threeLights();
   f.block.setColor3("diffuse", {0.6f, 0.5f, 0.4f});
   f.block.setColor3("reflection", {0.25f, 0.25f, 0.25f});
 }

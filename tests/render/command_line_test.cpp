@@ -112,8 +112,11 @@ RunResult interrupted(const std::vector<std::string>& arguments, const fs::path&
   waitpid(pid, &status, 0);
   RunResult run;
   run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  // Only the program's own lines: a sanitizer runtime may add lines of its
+  // own to the stream (its symbolizer's complaints, for one).
   std::ifstream in(log);
-  run.output.assign(std::istreambuf_iterator<char>(in), {});
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("kvi-render", 0) == 0) run.output += line + "\n";
   return run;
 }
 

@@ -2,6 +2,7 @@
 // probe material that reports them as radiance (see probe_module.cpp):
 // camera rays, rays traced for materials and gather rays, below and at the
 // depth limit.
+#include "render/integrator.h"
 #include "render_support.h"
 
 namespace kvi::render::test {
@@ -67,6 +68,21 @@ TEST(HostServicesTest, AtTheDepthLimitRaysOnlyPassThrough) {
   EXPECT_NEAR(gathered.flags, 2.0f, 1e-5f);
   // A material cannot trace further than the limit either.
   EXPECT_EQ(answersSeenThrough(2, 0).kindBits, 0.0f);
+}
+
+// Probed once per material: whether its evaluateBsdf answers light samples at
+// all, and how gathered light reaches its evaluateRadiance.
+TEST(HostServicesTest, MaterialsAreProbedForLightSamplesAndTheirGather) {
+  struct Case { const char* shader; bool answers; float gatherScale; };
+  for (const Case& c : {Case{"BasicMaterial", true, 1.0f}, Case{"velk_qora_Mtl_Metal", true, kInvPi},
+                        Case{"velk_qora_Mtl_Glazing", true, 1.0f}, Case{"velk_qora_Mtl_Mirror", false, 1.0f}}) {
+    if (!testLibrary()->has(c.shader)) continue;
+    Material material;
+    material.shader = createShader(*testLibrary(), c.shader);
+    const MaterialTraits traits = materialTraits(material);
+    EXPECT_EQ(traits.answersLightSamples, c.answers) << c.shader;
+    EXPECT_EQ(traits.gatherScale, c.gatherScale) << c.shader;
+  }
 }
 
 }  // namespace

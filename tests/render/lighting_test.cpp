@@ -136,6 +136,24 @@ TEST(LightingTest, WholeHitMirrorReflectsTheEnvironmentAndClippedPartsLetTheRayT
   EXPECT_FLOAT_EQ(r.pixel(8, 11)[1], 0.3f);  // lower half: clipped away
 }
 
+TEST(LightingTest, AGlazedPaneLetsItsColouredShareOfTheSunThrough) {
+  KVI_REQUIRE_SHADERS("BasicMaterial", "velk_qora_Mtl_Glazing", "DirectionalLight");
+  // k = 0.5^2 / 1 is reflected; (1 - k) x "u_refractColor" reaches the floor.
+  const float colour[3] = {0.8f, 0.5f, 0.2f}, k = 0.25f;
+  json scene = emptyScene(16, 8, 4);
+  scene["render"]["gather_samples"] = 0;  // direct light only: the pane also reflects the floor
+  scene["camera"] = {{"position", {0, 0.4, 4}}, {"look_at", {0, 0, 0}}, {"fov", 60}};
+  scene["objects"].push_back({{"shape", "plane"}, {"size", 20.0}, {"material", matteMaterial(1, 1, 1)}});
+  scene["objects"].push_back({{"shape", "plane"}, {"size", json::array({2.0, 20.0})}, {"transform", {{"translate", {-1.0, 1.0, 0}}}},
+                              {"material",
+                               {{"shader", "velk_qora_Mtl_Glazing"},
+                                {"parameters", {{"u_refractColor", {colour[0], colour[1], colour[2]}}, {"u_reflectance", 0.5}}}}}});
+  scene["lights"].push_back({{"shader", "DirectionalLight"}, {"direction", {0, -1, 0}}});
+  const Rendered r = renderScene(scene);
+  for (int c = 0; c < 3; ++c) EXPECT_NEAR(r.pixel(3, 6)[c], r.pixel(12, 6)[c] * colour[c] * (1.0f - k), 1e-5f) << c;
+  EXPECT_GT(r.pixel(12, 6)[0], 0.1f);
+}
+
 TEST(LightingTest, PicturesDependOnTheSeedOnlyNotOnTheThreads) {
   KVI_REQUIRE_SHADERS("BasicMaterial", "velk_qora_Lgt_Diffuse");
   const json scene = squareLightOverFloor(0.5f, 1.0f, 2.0f, {{"position", {2, 1.5, 2}}, {"look_at", {0, 0, 0}}});

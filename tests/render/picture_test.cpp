@@ -104,14 +104,28 @@ TEST(PictureTest, PointLightIrradianceFollowsItsAttenuationFlags) {
 
 // ---- furnaces -----------------------------------------------------------
 
-// Materials that conserve energy, set up as white diffuse reflectors.
+// A gradient background of the same radiance in every direction.
+json uniformEnvironment(float radiance) {
+  const json c = {radiance, radiance, radiance};
+  return {{"shader", "GradientBackground"},
+          {"parameters", {{"backgroundTopColor", c}, {"backgroundBottomColor", c}, {"backgroundColor", c}}}};
+}
+
+// Materials that conserve energy, set up as white diffuse reflectors or as
+// clear glass (a path refracts in and out, reflecting its Fresnel share).
 const std::pair<const char*, json> kWhiteDiffuse[] = {
     {"BasicMaterial", {{"diffuse", {1, 1, 1}}, {"specular", {0, 0, 0}}}},
+    {"velk_qora_Mtl_Dielectric", {{"u_ior", 1.5}}},
     {"velk_qora_Mtl_Ward",
      {{"u_diffuseColor", {1, 1, 1}}, {"u_specularColor", {0, 0, 0}}, {"u_reflectivity", 0.0}, {"u_brdfCurvePower", 1.0},
       {"u_additionalColor", {0, 0, 0}}, {"u_imageFadeEnable", 0}}},
+    // Its gathered light carries no 1 / pi: the renderer answers it the mean radiance.
+    {"velk_qora_Mtl_Metal",
+     {{"u_diffuseColor", {1, 1, 1}}, {"u_diffuseWeight", 1.0}, {"u_reflectivity", 0.0}, {"u_glossiness", 0.5}}},
 };
 
+// Eye paths gather the ball's light; on the floor the gather rays that meet
+// the ball go on by its diffuse continuation: both ways give the sky.
 TEST(PictureTest, WhiteDiffuseBallInAUniformEnvironmentIsAsBrightAsTheEnvironment) {
   KVI_REQUIRE_SHADERS("GradientBackground");
   const float sky = 0.6f;
@@ -119,25 +133,51 @@ TEST(PictureTest, WhiteDiffuseBallInAUniformEnvironmentIsAsBrightAsTheEnvironmen
   for (const auto& [shader, parameters] : kWhiteDiffuse) {
     if (!testLibrary()->has(shader)) continue;
     ++tested;
-    json scene = emptyScene(24, 24, 8);
-    scene["camera"] = {{"position", {0, 0, 3.0}}, {"look_at", {0, 0, 0}}, {"fov", 30}};
-    scene["objects"].push_back({{"shape", "sphere"}, {"material", {{"shader", shader}, {"parameters", parameters}}}});
-    scene["environment"] = {{"shader", "GradientBackground"},
-                            {"parameters",
-                             {{"backgroundTopColor", {sky, sky, sky}},
-                              {"backgroundBottomColor", {sky, sky, sky}},
-                              {"backgroundColor", {sky, sky, sky}}}}};
-    const Rendered r = renderScene(scene);
-    int onBall = 0;
-    for (int y = 0; y < 24; ++y)
-      for (int x = 0; x < 24; ++x) {
-        if (r.pixel(x, y)[3] < 1.0f) continue;  // not fully covered by the ball
-        ++onBall;
-        for (int c = 0; c < 3; ++c) EXPECT_NEAR(r.pixel(x, y)[c], sky, 0.01f * sky) << shader << " at " << x << ", " << y;
-      }
-    EXPECT_GT(onBall, 100) << shader;
+    for (bool onFloor : {false, true}) {
+      json scene = emptyScene(24, 24, 8);
+      scene["render"]["max_depth"] = 30;  // white surfaces on all sides: no path may end early
+      scene["render"]["russian_roulette_depth"] = 30;
+      scene["camera"] = {{"position", {0, 0.5, 3.0}}, {"look_at", {0, -0.3, 0}}, {"fov", 50}};
+      const json material = {{"shader", shader}, {"parameters", parameters}};
+      scene["objects"].push_back({{"shape", "sphere"}, {"material", material}});
+      if (onFloor)
+        scene["objects"].push_back(
+            {{"shape", "plane"}, {"size", 3.0}, {"transform", {{"translate", {0, -1.3, 0}}}}, {"material", material}});
+      scene["environment"] = uniformEnvironment(sky);
+      const Rendered r = renderScene(scene);
+      int onBall = 0;
+      for (int y = 0; y < 24; ++y)
+        for (int x = 0; x < 24; ++x) {
+          if (r.pixel(x, y)[3] < 1.0f) continue;  // not fully covered by the ball
+          ++onBall;
+          for (int c = 0; c < 3; ++c)
+            EXPECT_NEAR(r.pixel(x, y)[c], sky, 0.01f * sky)
+                << shader << (onFloor ? " on a floor" : "") << " at " << x << ", " << y;
+        }
+      EXPECT_GT(onBall, 100) << shader;
+    }
   }
   if (tested == 0) GTEST_SKIP() << "no energy-conserving material in the module";
+}
+
+// Radiance is the same along every ray of a uniform environment, and clear
+// glass bends rays without losing any: a white floor seen around and through
+// a glass ball, lit through it by gather rays that refract in and out, keeps
+// the environment's brightness everywhere.
+TEST(PictureTest, ClearGlassOverAWhiteFloorChangesNothingInAUniformEnvironment) {
+  KVI_REQUIRE_SHADERS("BasicMaterial", "GradientBackground", "velk_qora_Mtl_Dielectric");
+  const float sky = 0.6f;
+  json scene = emptyScene(24, 24, 4);
+  scene["render"]["max_depth"] = 40;
+  scene["render"]["russian_roulette_depth"] = 40;
+  scene["camera"] = {{"position", {0, 2.5, 2.5}}, {"look_at", {0, 0.4, 0}}, {"fov", 40}};
+  scene["objects"].push_back({{"shape", "plane"}, {"size", 100.0}, {"material", matteMaterial(1, 1, 1)}});
+  scene["objects"].push_back({{"shape", "sphere"}, {"radius", 0.5}, {"transform", {{"translate", {0, 0.6, 0}}}},
+                              {"material", {{"shader", "velk_qora_Mtl_Dielectric"}, {"parameters", {{"u_ior", 1.5}}}}}});
+  scene["environment"] = uniformEnvironment(sky);
+  const Rendered r = renderScene(scene);
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 24; ++x) EXPECT_NEAR(r.pixel(x, y)[1], sky, 1e-4f) << "pixel " << x << ", " << y;
 }
 
 TEST(PictureTest, InsideAClosedEmissiveSphereTheRadianceIsTheGeometricSeries) {

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -60,7 +61,8 @@ TEST(KviInfo, JsonCarriesTheParameterTables) {
 TEST(KviInfo, EveryParameterIsDocumentedAndTheReferenceIsCurrent) {
   const Outcome r = run("--json");
   ASSERT_EQ(r.exitCode, 0) << r.output;
-  for (const auto& shader : nlohmann::json::parse(r.output)["shaders"])
+  const auto listing = nlohmann::json::parse(r.output);  // kept: the loop walks into it
+  for (const auto& shader : listing["shaders"])
     for (const auto& p : shader["parameters"])
       EXPECT_FALSE(p.value("meaning", "").empty()) << shader["name"] << " " << p["name"];
   if (!kvi::host::allocationProbeAvailable()) GTEST_SKIP() << "defaults cannot be read in this build";
@@ -80,16 +82,27 @@ TEST(KviInfo, ShowsUnsetFields) {
 }
 
 TEST(KviInfo, ErrorsNameTheProblemAndExitNonZero) {
-  const Outcome missing = run("--library /nonexistent/lib.so");
-  EXPECT_EQ(missing.exitCode, 2);
-  EXPECT_NE(missing.output.find("/nonexistent/lib.so"), std::string::npos) << missing.output;
-  const Outcome unknown = run("NoSuchShader");
-  EXPECT_EQ(unknown.exitCode, 2);
-  EXPECT_NE(unknown.output.find("'NoSuchShader'"), std::string::npos) << unknown.output;
-  const Outcome stale = run("--library " + std::string(KVI_FAKE_MODULE_PATH) + " Stale");
-  EXPECT_EQ(stale.exitCode, 2);
-  EXPECT_NE(stale.output.find("2723"), std::string::npos) << stale.output;
-  EXPECT_EQ(run("--no-such-option").exitCode, 1);
+  namespace fs = std::filesystem;
+  const std::string truncated = testing::TempDir() + "kvi_info_truncated.so";
+  fs::copy_file(kvi::test::testModule().path(), truncated, fs::copy_options::overwrite_existing);
+  fs::resize_file(truncated, fs::file_size(truncated) / 2);
+  const struct {
+    std::string arguments;
+    int exitCode;
+    const char* message;
+  } cases[] = {
+      {"--library /nonexistent/lib.so", 2, "/nonexistent/lib.so"},
+      {"NoSuchShader", 2, "'NoSuchShader'"},
+      {"--library " + std::string(KVI_FAKE_MODULE_PATH) + " Stale", 2, "2723"},
+      {"--library " + truncated, 2, "is truncated"},
+      {"--library " + std::string(KVI_INFO_PATH), 2, "is not a kvi module"},
+      {"--no-such-option", 1, "--no-such-option"},
+  };
+  for (const auto& c : cases) {
+    const Outcome r = run(c.arguments);
+    EXPECT_EQ(r.exitCode, c.exitCode) << c.arguments << "\n" << r.output;
+    EXPECT_NE(r.output.find(c.message), std::string::npos) << c.arguments << "\n" << r.output;
+  }
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 // Loading modules: what a host is told when a module or a shader is missing,
 // stale or broken.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -29,16 +32,49 @@ std::string errorOf(F&& f) {
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
-TEST(Loader, MissingModuleIsNamed) {
-  const std::string message = errorOf([] { Module::open("/nonexistent/libnothing.so"); });
-  EXPECT_TRUE(contains(message, "/nonexistent/libnothing.so")) << message;
+// The path of a shared library that is not a kvi module: the maths library
+// this test links with.
+std::string plainLibraryPath() {
+  void* handle = dlopen("libm.so.6", RTLD_NOW | RTLD_NOLOAD);
+  link_map* map = nullptr;
+  if (!handle || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0 || !map) return "";
+  return map->l_name;
 }
 
-TEST(Loader, FileThatIsNotAModuleIsRefused) {
-  const std::string path = testing::TempDir() + "not_a_module.so";
-  std::ofstream(path) << "plain text, not an ELF object\n";
-  EXPECT_TRUE(contains(errorOf([&] { Module::open(path); }), path));
-  EXPECT_TRUE(contains(errorOf([&] { kvi::host::exportedShaderNames(path); }), path));
+// A copy of the real module cut to `size` bytes (negative: that many bytes
+// short of the whole).
+std::string truncatedModule(const std::string& name, std::intmax_t size) {
+  namespace fs = std::filesystem;
+  const std::string path = testing::TempDir() + name;
+  fs::copy_file(KVI_TEST_MODULE_PATH, path, fs::copy_options::overwrite_existing);
+  fs::resize_file(path, size >= 0 ? size : fs::file_size(path) + size);
+  return path;
+}
+
+// Every file that is not a loadable kvi module is refused before the dynamic
+// loader sees it, with one line naming the file and the reason; none crashes.
+TEST(Loader, BrokenAndForeignFilesAreRefusedWithTheirReason) {
+  const std::string text = testing::TempDir() + "not_a_module.so";
+  std::ofstream(text) << "plain text, not an ELF object\n";
+  const struct {
+    std::string path;
+    const char* reason;
+  } cases[] = {
+      {"/nonexistent/libnothing.so", "No such file"},
+      {text, "no ELF header"},
+      {testing::TempDir(), "is a directory"},
+      {truncatedModule("cut_header.so", 20), "ELF header ends"},
+      {truncatedModule("cut_program_headers.so", 100), "program header table ends"},
+      {truncatedModule("cut_segment.so", 4096), "segment 0 ends"},
+      {truncatedModule("cut_sections.so", -1), "section header table ends"},
+      {plainLibraryPath(), "is not a kvi module"},
+  };
+  for (const auto& c : cases) {
+    const std::string message = errorOf([&] { Module::open(c.path); });
+    EXPECT_TRUE(contains(message, c.path)) << message;
+    EXPECT_TRUE(contains(message, c.reason)) << c.path << ": " << message;
+    EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+  }
 }
 
 TEST(Loader, ListsOnlyShadersWithBothExports) {

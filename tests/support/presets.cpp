@@ -1,5 +1,8 @@
 #include "presets.h"
 
+#include <array>
+#include <memory>
+
 #include "kvi/host/state.h"
 
 namespace kvi::test {
@@ -33,6 +36,26 @@ host::ImageSampler* PresetFixture::checker() {
       rgba.insert(rgba.end(), {odd ? 0.9f : 0.1f, float(x) / 7.0f, float(y) / 7.0f, odd ? 1.0f : 0.5f});
     }
   return make<host::ImageSampler>(8, 8, std::move(rgba));
+}
+
+void PresetFixture::threeLights() {
+  auto lights = std::make_shared<std::array<LightSample, 3>>();
+  const float directions[3][3] = {{0.0f, 0.0f, 1.0f}, {0.6f, 0.0f, 0.8f}, {-0.48f, 0.6f, 0.64f}};
+  const float colors[3][3] = {{1.0f, 0.95f, 0.9f}, {0.3f, 0.3f, 0.4f}, {0.5f, 0.2f, 0.1f}};
+  for (int i = 0; i < 3; ++i) {
+    auto& light = (*lights)[i];
+    for (int c = 0; c < 3; ++c) {
+      light.direction[c] = directions[i][c];
+      light.color[c] = colors[i][c];
+    }
+    light.diffuseFactor = directions[i][2];
+    light.next = i < 2 ? &(*lights)[i + 1] : nullptr;
+  }
+  owned.push_back(lights);
+  context.lightSamples = lights->data();
+  context.traced[0] = 0.2f;
+  context.traced[1] = 0.3f;
+  context.traced[2] = 0.4f;
 }
 
 void PresetFixture::varying(const std::string& name, std::initializer_list<float> values) {

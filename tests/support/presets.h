@@ -41,6 +41,10 @@ struct PresetFixture {
   }
   // A small colourful RGBA checker image (8 x 8) with varying alpha.
   host::ImageSampler* checker();
+  // Three lights of different colours above the point, as collectLightSamples
+  // lists them (diffuse factor = cosine), and a traced ray bringing back
+  // (0.2, 0.3, 0.4): the light loop of the whole-hit materials.
+  void threeLights();
   // Places a varying if the shader requested it.
   void varying(const std::string& name, std::initializer_list<float> values);
 };

@@ -63,10 +63,8 @@ inline constexpr float kIrradianceFloor = 1e-5f;
 inline constexpr int kUvOffset = 0;
 inline constexpr int kVertexColorOffset = 8;
 
-// Clamps to [0, 1]; a value not above 0, NaN included, gives 0.
-inline float clampUnit(float x) { return x > 0.0f ? (x < 1.0f ? x : 1.0f) : 0.0f; }
-
-inline float max3(const float c[3]) { return std::max(std::max(c[0], c[1]), c[2]); }
+using ::kvi::clampUnit;
+using ::kvi::max3;
 
 // "cull_mode" 1 removes back faces, 2 front faces; any other value nothing.
 template <class Surface>

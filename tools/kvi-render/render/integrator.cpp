@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 
+#include "kvi/host/context.h"
 #include "render/noise.h"
 
 namespace kvi::render {
@@ -94,7 +95,8 @@ class ShadingContext final : public IShadingContext {
     TimeScope scope(TimeCategory::Host);
     zero3(out);
     if (level_ >= kMaxShadingLevels) return out;
-    integrator_.gatherIrradiance(load3(position), load3(normal), vertex_, type_, path_).store(out);
+    const float scale = vertex_ ? vertex_->gatherScale : 1.0f;
+    (integrator_.gatherIrradiance(load3(position), load3(normal), vertex_, type_, path_) * scale).store(out);
     return out;
   }
 
@@ -123,7 +125,9 @@ class ShadingContext final : public IShadingContext {
 
   uint8_t isRayFlagSet(int32_t flag) override { return (type_.flags & flag) != 0 ? 1 : 0; }
   int32_t isRayKind(int32_t mask) override { return (type_.kindBits & mask) != 0 ? 1 : 0; }
-  uint8_t acceptsGlossyBounce(float) override { return type_.depth < integrator_.maxDepth() ? 1 : 0; }
+  uint8_t acceptsGlossyBounce(float roughness) override {
+    return type_.depth < integrator_.maxDepth() && roughness > kMirrorLikeRoughness ? 1 : 0;
+  }
   uint8_t isDiffuseSampled() override {
     return type_.diffuseSampled && type_.depth < integrator_.maxDepth() ? 1 : 0;
   }
@@ -263,6 +267,38 @@ Integrator::Integrator(const Scene& scene, const Tracer& tracer) : scene_(scene)
   cameraUp_ = cross(cameraRight_, cameraForward_);
   tanHalfFov_ = std::tan(0.5f * c.fovY * kPi / 180.0f);
   far_ = 4.0f * (tracer.boundsRadius() + length(tracer.boundsCentre())) + 100.0f;
+  for (const Material& material : scene.materials) traits_.push_back(materialTraits(material));
+}
+
+MaterialTraits materialTraits(const Material& material) {
+  MaterialTraits traits;
+  // Shaders whose evaluateRadiance multiplies the gathered irradiance by the
+  // diffuse albedo alone, without 1 / pi.
+  static const char* const kMeanRadianceGatherers[] = {"velk_qora_Mtl_Metal"};
+  for (const char* name : kMeanRadianceGatherers)
+    if (material.shader.shader == name) traits.gatherScale = kInvPi;
+  if (!material.shader.takesPart(kOpEvaluateBsdf)) return traits;
+  // A light sample straight above a hit seen head on, every output field
+  // holding a marker: a body that writes nothing leaves every byte as it was.
+  ShadingState state;
+  std::memset(&state, 0, sizeof state);
+  const float up[3] = {0.0f, 0.0f, 1.0f}, frame[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  std::memcpy(state.normal, up, sizeof up);
+  std::memcpy(state.geometricNormal, up, sizeof up);
+  std::memcpy(state.sampledDirection, up, sizeof up);
+  std::memcpy(state.tangentFrame, frame, sizeof frame);
+  state.rayDirection[2] = -1.0f;
+  state.frontFacing = 1;
+  const float marker = 1234.5f;
+  for (float* f : {state.bsdfWeight, state.radiance, state.surfaceResult, state.shadowTransmission}) f[0] = f[1] = f[2] = marker;
+  state.pdf = state.pdfSecondary = marker;
+  if (material.tangentOffset >= 0) std::memcpy(state.varyings + material.tangentOffset, frame, 3 * sizeof(float));
+  if (material.bitangentOffset >= 0) std::memcpy(state.varyings + material.bitangentOffset, frame + 3, 3 * sizeof(float));
+  ShadingState before = state;
+  host::BaseContext context;
+  material.shader.material()->evaluateBsdf(&context, &state);
+  traits.answersLightSamples = std::memcmp(&state, &before, sizeof state) != 0;
+  return traits;
 }
 
 // ---- ray types ------------------------------------------------------------
@@ -276,6 +312,10 @@ RayType Integrator::scattered(const RayType& parent, int32_t lobeFlags) const {
   RayType next = parent;
   next.depth = parent.depth + 1;
   next.kindBits = (parent.kindBits & ~(kCameraRay | kTracedRay)) | kSecondaryRay;
+  // Transmissions (8 refraction, 16 glossy, 32 diffuse) keep the ray's kind:
+  // light samples are taken on the side a ray arrives from, so the light
+  // beyond a transmitting surface reaches the path only through its
+  // continuation.
   if (lobeFlags & (1 | 2)) {
     // After a diffuse or glossy event the lights have given the direct light
     // already: the continuation only carries illumination.
@@ -401,10 +441,15 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       break;  // emitters absorb what reaches them
     }
     const Material& material = scene_.materials[size_t(object.material)];
+    const MaterialTraits& traits = traits_[size_t(object.material)];
     MaterialShader* shader = material.shader.material();
     ShadingState state;
     fillSurfaceState(state, sp, material, direction, type, path);
-    const Vertex vertex = vertexOf(state);
+    // How far the ray travelled to this hit: a dielectric absorbs along it
+    // when the ray arrives from inside (see docs/host-services.md).
+    state.lightDistance = length(sp.position - origin);
+    Vertex vertex = vertexOf(state);
+    vertex.gatherScale = traits.gatherScale;
     ShadingContext context(*this, path, type, &vertex);
     if (material.shader.takesPart(kOpTestCutout)) {
       callShader(path, [&] { shader->testCutout(&context, &state); });
@@ -434,7 +479,8 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       callShader(path, [&] { shader->evaluateRadiance(&context, &state); });
       if (state.radianceDone) radiance += throughput * load3(state.radiance);
     }
-    if (material.shader.takesPart(kOpEvaluateBsdf)) radiance += throughput * directLight(material, state, vertex, type, path);
+    if (material.shader.takesPart(kOpEvaluateBsdf) && traits.answersLightSamples)
+      radiance += throughput * directLight(material, state, vertex, type, path);
     if (!material.shader.takesPart(kOpSampleBsdf)) break;
 
     state.lobeFlags = 0;

@@ -70,7 +70,28 @@ struct Vertex {
   Vec3 geometricNormal;  // faces the arriving ray
   Vec3 shadingNormal;    // faces the arriving ray
   const ShadingState* state = nullptr;
+  float gatherScale = 1.0f;  // the material's MaterialTraits::gatherScale
 };
+
+// What the renderer learns of each material once, before rendering.
+struct MaterialTraits {
+  // False when evaluateBsdf leaves the state untouched (the mirror's empty
+  // body): its hits get no light samples.
+  bool answersLightSamples = true;
+  // Multiplies gatherIrradiance's answer: 1 for materials that turn
+  // irradiance into radiance with the Lambertian 1 / pi, 1 / pi for those
+  // whose evaluateRadiance applies none (the metal), so that both see the
+  // cosine-weighted mean radiance that their diffuse continuation carries.
+  float gatherScale = 1.0f;
+};
+
+// Probes a configured material (see MaterialTraits).
+MaterialTraits materialTraits(const Material& material);
+
+// The renderer's answer to acceptsGlossyBounce: a glossy event is sampled
+// while the path is below its maximum depth and the lobe is rougher than
+// this; a smoother one is taken as the mirror reflection it looks like.
+constexpr float kMirrorLikeRoughness = 0.01f;
 
 class Integrator {
  public:
@@ -122,6 +143,7 @@ class Integrator {
 
   const Scene& scene_;
   const Tracer& tracer_;
+  std::vector<MaterialTraits> traits_;  // by material index
   Vec3 cameraForward_, cameraRight_, cameraUp_;
   float tanHalfFov_ = 0.0f;
   float far_ = 1e4f;  // distance at which distant lights are placed

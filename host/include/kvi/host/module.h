@@ -27,8 +27,11 @@ struct ShaderFactory {
 
 class Module {
  public:
-  // Loads the module at path (RTLD_NOW | RTLD_LOCAL). Throws Error naming
-  // the path and the loader's reason when it cannot.
+  // Loads the module at path (RTLD_NOW | RTLD_LOCAL). The file is checked
+  // first (exportedShaderNames), so a truncated or foreign file is refused
+  // with a message rather than crashing the process. Throws Error naming the
+  // path and the reason when the file cannot be read, is broken, exports no
+  // shader ("not a kvi module") or cannot be loaded.
   static Module open(const std::string& path);
 
   const std::string& path() const { return path_; }
@@ -56,12 +59,16 @@ class Module {
   std::vector<std::string> names_;
 };
 
-// The shader names exported by the ELF shared object at path. Throws Error
-// when the file cannot be read or is not a 64-bit ELF object.
+// The shader names exported by the ELF shared object at path (empty for a
+// library that is not a kvi module). Throws Error when the file cannot be
+// read, is not a shared library for this machine, or is truncated or damaged:
+// its header, program and section headers, segments and sections must all lie
+// within the file.
 std::vector<std::string> exportedShaderNames(const std::string& path);
 
-// The module built with this host, as configured at build time (may be
-// overridden by the KVI_MODULE environment variable).
+// The module to open when the user names none: the KVI_MODULE environment
+// variable, else the module beside the running program (../lib, as in the
+// build tree and an installation), else where this project installs it.
 std::string defaultModulePath();
 
 }  // namespace kvi::host

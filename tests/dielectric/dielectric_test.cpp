@@ -1,0 +1,341 @@
+// Physical invariants of the dielectric and the metallic paint, driven
+// through the module as a host drives them: Fresnel reflectance head on and
+// total internal reflection, Snell's law, reciprocity, white furnaces, a
+// chi-square test of the sampled directions against the density evaluateBsdf
+// reports, and finite answers for every extreme input. The surface is the
+// plane z = 0 at the origin, its normal towards the viewer.
+#include <array>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "test_shader.h"
+
+namespace kvi::test {
+namespace {
+
+using Vec = std::array<float, 3>;
+using Settings = std::vector<std::pair<const char*, std::vector<float>>>;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+constexpr float kPi = 3.14159265f;
+const char* const kGlass = "velk_qora_Mtl_Dielectric";
+const char* const kPaint = "velk_qora_Mtl_MetallicPaint";
+
+Vec fromAngle(float degrees, float azimuth = 0.0f) {
+  const float t = degrees * kPi / 180.0f;
+  return {std::sin(t) * std::cos(azimuth), std::sin(t) * std::sin(azimuth), std::cos(t)};
+}
+Vec flipZ(Vec v) { return {v[0], v[1], -v[2]}; }
+Vec load(const float* v) { return {v[0], v[1], v[2]}; }
+
+// A host whose random numbers are random; every lobe is offered.
+struct RandomContext : host::BaseContext {
+  explicit RandomContext(uint32_t seed = 1) : rng(seed) {}
+  float nextSample1D() override { return float(rng() >> 8) * 0x1p-24f; }
+  const float* nextSample2D(float b[2]) override { return b[0] = nextSample1D(), b[1] = nextSample1D(), b; }
+  std::mt19937 rng;
+};
+
+// A configured material and hits on it.
+struct Material {
+  TestShader shader;
+  Material(const char* name, const Settings& settings) : shader(name) {
+    for (const auto& [parameter, values] : settings) {
+      if (shader.info->findParameter(parameter)->kind == host::ParamKind::Bool)
+        shader.block.setBool(parameter, values[0] != 0.0f);
+      else
+        shader.block.setFloats(parameter, values.data(), values.size());
+    }
+    shader.apply();
+  }
+  // Seen from `towardsViewer` (z > 0), from outside (`front`) or inside the
+  // medium, the arriving ray having travelled `travelled` (the paint's flakes
+  // fade by it, the glass absorbs along it from inside).
+  ShadingState hit(Vec towardsViewer, bool front = true, float travelled = 1.0f) const {
+    ShadingState s = shader.state();
+    for (int k = 0; k < 3; ++k) s.rayDirection[k] = -towardsViewer[k];
+    s.normal[2] = s.geometricNormal[2] = 1.0f;
+    s.frontFacing = front ? 1 : 0;
+    s.lightDistance = travelled;
+    shader.setVarying(s, "tangent", {1, 0, 0});
+    return s;
+  }
+  ShadingState sample(IShadingContext& context, ShadingState s) const {
+    shader.material()->sampleBsdf(&context, &s);
+    return s;
+  }
+  // BSDF x |cos light| (the weight) and the density of the light direction.
+  ShadingState evaluate(Vec view, Vec light, bool front = true) const {
+    ShadingState s = hit(view, front);
+    for (int k = 0; k < 3; ++k) s.sampledDirection[k] = light[k];
+    host::BaseContext context;
+    shader.material()->evaluateBsdf(&context, &s);
+    return s;
+  }
+};
+
+Settings smoothGlass(float ior) { return {{"u_ior", {ior}}}; }
+Settings roughGlass(float roughness) { return {{"u_ior", {1.5f}}, {"u_roughValue", {roughness}}}; }
+
+// The paint with one layer on (white where a colour could add energy), or
+// several: "coats" both coats over a white diffuse base, "all" everything.
+Settings paintLayer(const std::string& layer) {
+  Settings s = {{"u_baseColor", {0, 0, 0}}, {"u_flakeDensity", {0}}, {"u_clearCoatAmount", {0}},
+                {"u_glossCoatAmount", {0}}, {"u_flakeColor", {1, 1, 1}}, {"u_flakeRoughness", {0.5f}},
+                {"u_baseRoughness", {0.5f}}};
+  auto add = [&](Settings more) { s.insert(s.end(), more.begin(), more.end()); };
+  const bool all = layer == "all", coats = all || layer == "coats";
+  if (layer == "diffuse") add({{"u_baseColor", {1, 1, 1}}, {"u_baseMetallic", {0}}});
+  if (layer == "metallic") add({{"u_baseColor", {1, 1, 1}}, {"u_baseMetallic", {1}}});
+  if (layer == "flakes") add({{"u_flakeDensity", {1}}, {"u_flakeFadeDistance", {1e6f}}});
+  if (layer == "sheen") add({{"u_flakeDensity", {0.5f}}, {"u_flakeFadeDistance", {1e-3f}}});
+  if (layer == "pearl") add({{"u_baseColor", {0.9f, 0.3f, 0.2f}}, {"u_pearlHueShift", {0.3f}}});
+  if (layer == "clear" || coats) add({{"u_clearCoatAmount", {1}}, {"u_clearCoatRoughness", {all ? 0.0f : 0.4f}}});
+  if (layer == "gloss" || coats) add({{"u_glossCoatAmount", {1}}});
+  // A white diffuse base under the coats returns all it gets: any light
+  // the coats count twice shows as a gain.
+  if (coats) add({{"u_baseColor", {1, 1, 1}}, {"u_baseMetallic", {all ? 0.5f : 0.0f}}});
+  if (all) add({{"u_flakeDensity", {0.6f}}, {"u_flakeFadeDistance", {2.0f}}, {"u_pearlHueShift", {0.3f}}});
+  return s;
+}
+const char* const kPaintLayers[] = {"diffuse", "metallic", "flakes", "sheen", "pearl",
+                                    "clear",   "gloss",    "coats",  "all"};
+
+// A smooth boundary reflects with the probability F that sampleBsdf reports:
+// ((n - 1) / (n + 1))^2 head on, 1 beyond the critical angle; otherwise it
+// refracts by Snell's law, in the plane of incidence, to the far side.
+TEST(Dielectric, FresnelHeadOnTotalInternalReflectionAndSnellsLaw) {
+  for (float ior : {1.33f, 1.5f, 2.42f, 0.75f})
+    for (bool front : {true, false})
+      for (float degrees : {0.0f, 20.0f, 42.0f, 60.0f, 80.0f}) {
+        SCOPED_TRACE(testing::Message() << ior << (front ? " outside " : " inside ") << degrees);
+        const Material glass(kGlass, smoothGlass(ior));
+        const float beyond = front ? ior : 1.0f / ior, sinView = std::sin(degrees * kPi / 180.0f);
+        const bool total = sinView >= beyond;
+        const Vec view = fromAngle(degrees, 0.7f);
+        ScriptedContext context;
+        context.samples1D = {0.0f, 0.99999f};  // below F: reflect; above: refract unless F is 1
+        const ShadingState reflected = glass.sample(context, glass.hit(view, front));
+        EXPECT_EQ(reflected.lobeFlags, 4);
+        EXPECT_EQ(load(reflected.bsdfWeight), (Vec{1, 1, 1}));
+        const float headOn = (ior - 1) * (ior - 1) / ((ior + 1) * (ior + 1));
+        if (total || degrees == 0.0f) {
+          EXPECT_NEAR(reflected.pdf, total ? 1.0f : headOn, 2e-6f);
+        }
+        const ShadingState s = glass.sample(context, glass.hit(view, front));
+        ASSERT_EQ(s.lobeFlags, total ? 4 : 8);
+        if (total) continue;
+        EXPECT_NEAR(s.pdf, 1.0f - reflected.pdf, 2e-6f);
+        const Vec t = load(s.sampledDirection);
+        EXPECT_NEAR(std::hypot(t[0], t[1]) * beyond, sinView, 2e-6f);
+        EXPECT_NEAR(t[0] * view[1] - t[1] * view[0], 0.0f, 1e-6f);
+        EXPECT_LE(t[0] * view[0], 0.0f);
+        EXPECT_LT(t[2], 0.0f);
+      }
+}
+
+TEST(Dielectric, MaterialsAreReciprocalWhereTheModelIs) {
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> angle(2.0f, 85.0f), azimuth(0.0f, 2.0f * kPi);
+  struct Case { const char* shader; Settings settings; bool refraction; };
+  const std::vector<Case> cases = {{kGlass, roughGlass(0.4f), false}, {kGlass, roughGlass(0.7f), true},
+                                   {kPaint, paintLayer("clear"), false}, {kPaint, paintLayer("coats"), false},
+                                   {kPaint, paintLayer("pearl"), false}, {kPaint, paintLayer("sheen"), false}};
+  for (const Case& c : cases) {
+    const Material m(c.shader, c.settings);
+    const float eta2 = c.refraction ? 1.5f * 1.5f : 1.0f;
+    for (int n = 0; n < 200; ++n) {
+      const Vec o = fromAngle(angle(rng), azimuth(rng)), i = fromAngle(angle(rng), azimuth(rng));
+      // Refraction: light from below, seen from above; swapped, seen from inside.
+      const Vec light = c.refraction ? flipZ(i) : i;
+      const float forward = m.evaluate(o, light).bsdfWeight[1] / i[2] / eta2;
+      const float backward = m.evaluate(i, c.refraction ? flipZ(o) : o, !c.refraction).bsdfWeight[1] / o[2];
+      EXPECT_NEAR(forward, backward, 2e-4f * (forward + backward) + 1e-6f) << c.shader << " case " << n;
+    }
+  }
+}
+
+// The mean weight of sampleBsdf from a view, in its largest channel: the
+// share of energy the surface keeps.
+float albedo(const Material& m, Vec view, bool front, int samples, RandomContext& context) {
+  double sum[3] = {0.0, 0.0, 0.0};
+  for (int n = 0; n < samples; ++n) {
+    const ShadingState s = m.sample(context, m.hit(view, front));
+    if (s.lobeFlags != 0)
+      for (int k = 0; k < 3; ++k) sum[k] += s.bsdfWeight[k] * s.pdf / s.pdfSecondary;
+  }
+  return float(std::max(std::max(sum[0], sum[1]), sum[2]) / samples);
+}
+
+TEST(Dielectric, WhiteFurnaceGainsNothingAndSmoothGlassLosesNothing) {
+  // The least a material keeps from outside up to 45 degrees: smooth glass
+  // everything, rough glass what the microsurface does not mask.
+  struct Case { std::string label; const char* shader; Settings settings; float lowest; };
+  std::vector<Case> cases = {{"glass", kGlass, smoothGlass(1.5f), 1.0f}, {"water", kGlass, smoothGlass(1.33f), 1.0f},
+                             {"glass 0.2", kGlass, roughGlass(0.2f), 0.99f},
+                             {"glass 0.6", kGlass, roughGlass(0.6f), 0.95f},
+                             {"glass 1", kGlass, roughGlass(1.0f), 0.79f}};
+  for (const char* layer : kPaintLayers) cases.push_back({layer, kPaint, paintLayer(layer), 0.0f});
+  RandomContext context;
+  for (const Case& c : cases)
+    for (bool front : {true, false})
+      for (float degrees : {0.0f, 45.0f, 75.0f, 88.0f}) {
+        const float a = albedo(Material(c.shader, c.settings), fromAngle(degrees), front, 20000, context);
+        SCOPED_TRACE(testing::Message() << c.label << " at " << degrees << (front ? " outside" : " inside"));
+        EXPECT_LE(a, c.lowest == 1.0f ? 1.000001f : 1.01f);
+        if (c.lowest == 1.0f || (front && degrees <= 45.0f)) {
+          EXPECT_GE(a, c.lowest * 0.999999f);
+        }
+      }
+  // A mirror lacquer over a white diffuse base keeps F(mu) + (1 - F(mu)) T,
+  // T the cosine-weighted mean of 1 - F: what the coat reflects, the base
+  // does not get again.
+  auto fresnel = [](double c) {
+    const double t = std::sqrt(1.0 - (1.0 - c * c) / 2.25);
+    const double s = (c - 1.5 * t) / (c + 1.5 * t), p = (1.5 * c - t) / (1.5 * c + t);
+    return 0.5 * (s * s + p * p);
+  };
+  double mean = 0.0;
+  for (int k = 0; k < 1000; ++k) mean += (1.0 - fresnel(std::sqrt((k + 0.5) / 1000.0))) / 1000.0;
+  Settings lacquer = paintLayer("diffuse");
+  lacquer.push_back({"u_clearCoatAmount", {1}});
+  for (float degrees : {0.0f, 60.0f, 85.0f}) {
+    const double f = fresnel(std::cos(degrees * kPi / 180.0f));
+    const float a = albedo(Material(kPaint, lacquer), fromAngle(degrees), true, 20000, context);
+    EXPECT_NEAR(a, f + (1.0 - f) * mean, 5e-3);
+  }
+}
+
+// Pearson's statistic of the directions sampleBsdf draws against the counts
+// the density of evaluateBsdf predicts on a grid of equal-area cells of the
+// sphere (two more cells: the samples the surface absorbs, and the mirror
+// coat's, whose probability sampleBsdf reports), as a normal
+// deviate (Wilson-Hilferty).
+float chiSquareDeviate(const Material& m, Vec view, bool front) {
+  constexpr int kRings = 16, kSectors = 24, kSamples = 60000;
+  std::vector<double> observed(kRings * kSectors + 2, 0.0), expected(kRings * kSectors + 2, 0.0);
+  double mirrorProbability = 0.0;
+  auto cellOf = [](Vec d) {
+    const int ring = std::min(kRings - 1, int((1.0f - d[2]) * 0.5f * kRings));
+    const float phi = std::atan2(d[1], d[0]) + kPi;
+    return ring * kSectors + std::min(kSectors - 1, int(phi / (2.0f * kPi) * kSectors));
+  };
+  RandomContext context(11);
+  for (int n = 0; n < kSamples; ++n) {
+    const ShadingState s = m.sample(context, m.hit(view, front));
+    if (s.lobeFlags == 0 || s.lobeFlags == 4) {  // absorbed, or the mirror coat's delta
+      observed[s.lobeFlags == 0 ? kRings * kSectors : kRings * kSectors + 1] += 1.0;
+      mirrorProbability = s.lobeFlags == 4 ? s.pdf : mirrorProbability;
+      continue;
+    }
+    const Vec d = load(s.sampledDirection);
+    observed[size_t(cellOf(d))] += 1.0;
+    const ShadingState e = m.evaluate(view, d, front);  // the weight is the BSDF over the density
+    EXPECT_NEAR(s.bsdfWeight[0], e.bsdfWeight[0] / e.pdf, 1e-3f * s.bsdfWeight[0] + 1e-5f);
+  }
+  // Steps even in the polar angle resolve lobes that peak at the poles.
+  constexpr int kPolarSteps = 512, kAzimuthSteps = kSectors * 12;
+  double total = 0.0;
+  for (int a = 0; a < kPolarSteps; ++a)
+    for (int b = 0; b < kAzimuthSteps; ++b) {
+      const float theta = kPi * (a + 0.5f) / kPolarSteps, phi = 2.0f * kPi * (b + 0.5f) / kAzimuthSteps;
+      const Vec d{-std::sin(theta) * std::cos(phi), -std::sin(theta) * std::sin(phi), std::cos(theta)};
+      const double area = std::sin(theta) * (kPi / kPolarSteps) * (2.0 * kPi / kAzimuthSteps);
+      const double p = m.evaluate(view, d, front).pdf * area * kSamples;
+      expected[size_t(cellOf(d))] += p;
+      total += p;
+    }
+  expected[kRings * kSectors + 1] = mirrorProbability * kSamples;
+  expected[kRings * kSectors] = std::max(0.0, kSamples - total - expected[kRings * kSectors + 1]);
+  // Cells expecting fewer than 5 samples are pooled into one.
+  double chi2 = 0.0, pooled[2] = {0.0, 0.0};
+  int cells = 1;
+  for (size_t k = 0; k < observed.size(); ++k) {
+    const bool few = expected[k] < 5.0;
+    if (few) pooled[0] += observed[k], pooled[1] += expected[k];
+    else chi2 += (observed[k] - expected[k]) * (observed[k] - expected[k]) / expected[k], ++cells;
+  }
+  EXPECT_LT(pooled[0], pooled[1] + 5.0 * std::sqrt(pooled[1] + 1.0)) << "samples where the density predicts none";
+  if (pooled[1] > 0.0) chi2 += (pooled[0] - pooled[1]) * (pooled[0] - pooled[1]) / std::max(pooled[1], 5.0);
+  const double dof = cells - 1, scale = 2.0 / (9.0 * dof);
+  return float((std::cbrt(chi2 / dof) - (1.0 - scale)) / std::sqrt(scale));
+}
+
+TEST(Dielectric, SampledDirectionsFollowTheReportedDensity) {
+  struct Case { std::string label; const char* shader; Settings settings; };
+  std::vector<Case> cases = {{"glass 0.5", kGlass, roughGlass(0.5f)}, {"glass 0.8", kGlass, roughGlass(0.8f)}};
+  for (const char* layer : kPaintLayers) cases.push_back({layer, kPaint, paintLayer(layer)});
+  for (const Case& c : cases)
+    for (bool front : {true, false})
+      for (float degrees : {10.0f, 65.0f}) {
+        if (!front && c.shader == kPaint) continue;
+        SCOPED_TRACE(testing::Message() << c.label << " at " << degrees << (front ? " outside" : " inside"));
+        EXPECT_LT(chiSquareDeviate(Material(c.shader, c.settings), fromAngle(degrees, 0.3f), front), 4.5f);
+      }
+}
+
+// Every operation, for every hit, answers finite weights, densities and
+// colours, whatever the parameters.
+void expectFiniteEverywhere(const char* shader, const Settings& settings) {
+  const Material m(shader, settings);
+  RandomContext context(5);
+  context.noise = 0.7f;
+  MaterialShader* op = m.shader.material();
+  for (float degrees : {0.0f, 40.0f, 89.9f})
+    for (bool front : {true, false})
+      for (float travelled : {0.0f, 1.0f, kInf})
+        for (float lightZ : {0.8f, -0.8f}) {
+          ShadingState s = m.hit(fromAngle(degrees, 1.0f), front, travelled);
+          s.sampledDirection[0] = 0.6f, s.sampledDirection[2] = lightZ;
+          op->evaluateBsdf(&context, &s);
+          const float answers[] = {s.bsdfWeight[0], s.bsdfWeight[1], s.bsdfWeight[2], s.pdf};
+          op->sampleBsdf(&context, &s);
+          op->shadowTransmission(&context, &s);
+          op->evaluateRadiance(&context, &s);
+          for (float v : answers) EXPECT_TRUE(std::isfinite(v));
+          for (int k = 0; k < 3; ++k)
+            for (float v : {s.bsdfWeight[k], s.shadowTransmission[k], s.radiance[k], s.pdf})
+              EXPECT_TRUE(std::isfinite(v));
+        }
+}
+
+TEST(Dielectric, ExtremeInputsGiveFiniteAnswersAndDocumentedEvents) {
+  for (float ior : {1.0f, 0.5f, 0.0f, -1.0f, kNaN, kInf})
+    for (float rough : {0.0f, 0.5f, -1.0f, 1e30f, kNaN}) {
+      SCOPED_TRACE(testing::Message() << "ior " << ior << " roughness " << rough);
+      expectFiniteEverywhere(kGlass, {{"u_ior", {ior}}, {"u_roughValue", {rough}}, {"u_wavesEnable", {1}}});
+    }
+  for (float x : {0.0f, -1.0f, 1e-30f, kInf, kNaN}) {
+    SCOPED_TRACE(testing::Message() << "distance and scale " << x);
+    expectFiniteEverywhere(kGlass, {{"u_transmissionColor", {0, 0.5f, 1}}, {"u_transmissionDistance", {x}},
+                                    {"u_wavesEnable", {1}}, {"u_wavesScale", {x}}, {"u_wavesHeight", {kInf}}});
+    for (float density : {0.0f, 1e30f, kNaN}) {
+      SCOPED_TRACE(testing::Message() << "flake density " << density);
+      expectFiniteEverywhere(kPaint, {{"u_flakeDensity", {density}}, {"u_flakeSize", {x}}, {"u_flakeFadeDistance", {x}},
+                                      {"u_pearlHueShift", {x}}, {"u_clearCoatIor", {x}}, {"u_glossCoatRoughness", {x}},
+                                      {"u_clearCoatRoughness", {density}}, {"u_baseColor", {kNaN, kInf, -1}}});
+    }
+  }
+
+  // An index of 1, or one that means nothing (0, negative, NaN), lets light
+  // straight through; a black transmission colour absorbs inside and in shadows.
+  ScriptedContext context;
+  for (float ior : {1.0f, 0.0f, -2.0f, kNaN}) {
+    const Material m(kGlass, {{"u_ior", {ior}}, {"u_roughValue", {0.5f}}});
+    const ShadingState s = m.sample(context, m.hit(fromAngle(30.0f)));
+    EXPECT_EQ(s.lobeFlags, 64) << ior;
+    EXPECT_EQ(load(s.bsdfWeight), (Vec{1, 1, 1})) << ior;
+  }
+  const Material black(kGlass, {{"u_transmissionColor", {0, 0, 0}}});
+  context.sample1D = 0.99f;
+  EXPECT_EQ(load(black.sample(context, black.hit(fromAngle(10.0f), false, 0.01f)).bsdfWeight), (Vec{0, 0, 0}));
+  ShadingState shadow = black.hit(fromAngle(10.0f));
+  black.shader.material()->shadowTransmission(&context, &shadow);
+  EXPECT_EQ(load(shadow.shadowTransmission), (Vec{0, 0, 0}));
+}
+
+}  // namespace
+}  // namespace kvi::test
