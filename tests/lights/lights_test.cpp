@@ -6,7 +6,6 @@
 // IES reader that the image lights rely on.
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <sstream>
 #include <tuple>
@@ -20,10 +19,7 @@
 namespace kvi::test {
 namespace {
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr double kPiD = 3.14159265358979;
-using Color = std::array<float, 3>;
 
 void set(float (&field)[3], Color value) { std::memcpy(field, value.data(), sizeof field); }
 
@@ -40,13 +36,6 @@ ShadingState lightSample(float distance = 2.0f, Color direction = {0, 0, -1}, Co
 ShadingState shade(const char* shader, const Params& params, ShadingState state, ScriptedContext& context) {
   configured(shader, params).light()->shade(&context, &state);
   return state;
-}
-
-// True when `after` differs from `before` in the listed fields at most.
-template <class... Fields>
-bool onlyWrote(ShadingState before, const ShadingState& after, Fields... fields) {
-  (std::memcpy(&(before.*fields), &(after.*fields), sizeof(before.*fields)), ...);
-  return std::memcmp(&before, &after, sizeof before) == 0;
 }
 
 // What a light does with the shadow: copies the host's answer, writes full

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -15,6 +17,10 @@
 #include "test_shader.h"
 
 namespace kvi::test {
+
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+using Color = std::array<float, 3>;
 
 // One parameter of a table row: floats for any value kind (a bool or an int
 // takes the first), or for a texture, environment map or clipping map the
@@ -79,6 +85,13 @@ struct RecordingSampler : ITextureSampler {
 struct KindBitsContext : ScriptedContext {
   int32_t isRayKind(int32_t mask) override { return ScriptedContext::isRayKind(mask) ? rayKindBits & mask : 0; }
 };
+
+// True when `after` differs from `before` in the listed fields at most.
+template <class... Fields>
+bool onlyWrote(ShadingState before, const ShadingState& after, Fields... fields) {
+  (std::memcpy(&(before.*fields), &(after.*fields), sizeof(before.*fields)), ...);
+  return std::memcmp(&before, &after, sizeof before) == 0;
+}
 
 // Every value equal to the bit to the expected one (an expected NaN: any NaN).
 inline void expectBits(const float* actual, const std::vector<float>& expected) {
