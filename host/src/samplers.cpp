@@ -6,6 +6,17 @@
 #include "kvi/host/error.h"
 
 namespace kvi::host {
+namespace {
+
+// floor(x) for finite x, without a library call: below 2^23 in magnitude
+// through the integer part, above it x is a whole number already.
+inline float floorFinite(float x) {
+  if (!(std::fabs(x) < 8388608.0f)) return x;
+  const float whole = float(int(x));
+  return whole > x ? whole - 1.0f : whole;
+}
+
+}  // namespace
 
 void ConstantSampler::sample(float out[4], const float*) { std::copy(rgba_.begin(), rgba_.end(), out); }
 
@@ -25,11 +36,11 @@ void ImageSampler::lookup(float out[4], float s, float t) const {
     return;
   }
   // Keep the coordinates in one period, so huge values cannot overflow the index.
-  s -= std::floor(s);
-  t -= std::floor(t);
+  s -= floorFinite(s);
+  t -= floorFinite(t);
   const float x = s * float(width_) - 0.5f;
   const float y = t * float(height_) - 0.5f;
-  const float fx = std::floor(x), fy = std::floor(y);
+  const float fx = floorFinite(x), fy = floorFinite(y);
   const float ax = x - fx, ay = y - fy;
   // With s and t in [0, 1] the lower texel lies in [-1, size - 1]: wrapping
   // needs a comparison, not a division (shading samples maps many times per hit).

@@ -29,8 +29,21 @@ ByteImage labelled(const ByteImage& picture, const std::string& name, const std:
   std::fill(tile.rgb.begin(), tile.rgb.end(), kPaper[0]);
   for (int y = 0; y < picture.height; ++y)
     std::copy(picture.pixel(0, y), picture.pixel(0, y) + size_t(picture.width) * 3, tile.pixel(0, y));
-  drawText(tile, 2, picture.height + 2, fitText(name, picture.width - 4), kInk);
-  drawText(tile, 2, picture.height + 2 + kGlyphHeight, kind, kFaintInk);
+  // A name too long for the tile breaks after an underscore; its end goes on
+  // the second line, before the kind.
+  std::string first = name, second;
+  const int width = picture.width - 4;
+  if (textWidth(name) > width) {
+    const size_t fits = size_t(std::max(0, width / kGlyphWidth));
+    const size_t cut = name.rfind('_', fits > 0 ? fits - 1 : 0);
+    if (cut != std::string::npos && cut > 0) {
+      first = name.substr(0, cut + 1);
+      second = name.substr(cut + 1) + " ";
+    }
+  }
+  drawText(tile, 2, picture.height + 2, fitText(first, width), kInk);
+  drawText(tile, 2, picture.height + 2 + kGlyphHeight, fitText(second, width), kInk);
+  drawText(tile, 2 + textWidth(second), picture.height + 2 + kGlyphHeight, kind, kFaintInk);
   return tile;
 }
 

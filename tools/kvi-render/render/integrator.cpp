@@ -165,6 +165,15 @@ void callShader(PathState& path, Call&& call) {
   call();
 }
 
+// What of a surface point a material's varyings need.
+unsigned surfaceAttributes(const Material& material) {
+  unsigned attributes = 0;
+  if (material.uvOffset >= 0) attributes |= Tracer::kUv;
+  if (material.colorOffset >= 0) attributes |= Tracer::kColor;
+  if (material.tangentOffset >= 0 || material.bitangentOffset >= 0) attributes |= Tracer::kTangent;
+  return attributes;
+}
+
 Vertex vertexOf(const ShadingState& s) {
   return Vertex{load3(s.position), load3(s.geometricNormal), load3(s.normal), &s};
 }
@@ -222,8 +231,8 @@ class ShadowFilter final : public HitFilter {
     const bool transmits = material.shader.takesPart(kOpShadowTransmission);
     if (!cuts && !transmits) return blocked();
     ShadingState state;
-    integrator_.fillSurfaceState(state, integrator_.tracer().surface(candidate, origin_, direction_), material,
-                                 direction_, type_, path_);
+    const SurfacePoint sp = integrator_.tracer().surface(candidate, origin_, direction_, surfaceAttributes(material));
+    integrator_.fillSurfaceState(state, sp, material, direction_, type_, path_);
     const Vertex vertex = vertexOf(state);
     ShadingContext context(integrator_, path_, type_, &vertex);
     MaterialShader* shader = material.shader.material();
@@ -433,8 +442,9 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       break;
     }
 
-    const SurfacePoint sp = tracer_.surface(hit, origin, direction);
     const Object& object = scene_.objects[size_t(hit.object)];
+    const SurfacePoint sp = tracer_.surface(
+        hit, origin, direction, object.material < 0 ? 0u : surfaceAttributes(scene_.materials[size_t(object.material)]));
     if (object.material < 0) {
       if (alpha && firstSegment) *alpha = 1.0f;
       if (type.seesEmitters) radiance += throughput * emitterRadiance(object.light, sp, direction, path);

@@ -245,7 +245,7 @@ bool Tracer::occluded(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter
   return ray.tfar < 0.0f;
 }
 
-SurfacePoint Tracer::surface(const HitRecord& hit, Vec3 origin, Vec3 direction) const {
+SurfacePoint Tracer::surface(const HitRecord& hit, Vec3 origin, Vec3 direction, unsigned attributes) const {
   const Object& object = scene_.objects[size_t(hit.object)];
   const Prototype& prototype = scene_.prototypes[size_t(object.prototype)];
   SurfacePoint sp;
@@ -255,14 +255,17 @@ SurfacePoint Tracer::surface(const HitRecord& hit, Vec3 origin, Vec3 direction) 
     sp.position = object.toWorld.point(local);
     sp.geometricNormal = normalize(object.toObject.transposedVector(local));
     sp.shadingNormal = sp.geometricNormal;
+    if (!(attributes & (kUv | kTangent))) return sp;
     // uv as on the meshed sphere: u around the Y axis from +X towards -Z,
     // v from the bottom pole to the top one.
     float phi = std::atan2(-local.z, local.x);
     if (phi < 0.0f) phi += 2.0f * kPi;
     sp.uv[0] = phi / (2.0f * kPi);
-    sp.uv[1] = std::asin(std::fmax(-1.0f, std::fmin(1.0f, local.y))) / kPi + 0.5f;
-    const Vec3 tangent = object.toWorld.vector({-std::sin(phi), 0.0f, -std::cos(phi)});
-    sp.tangent = normalize(tangent - sp.shadingNormal * dot(tangent, sp.shadingNormal));
+    if (attributes & kUv) sp.uv[1] = std::asin(std::fmax(-1.0f, std::fmin(1.0f, local.y))) / kPi + 0.5f;
+    if (attributes & kTangent) {
+      const Vec3 tangent = object.toWorld.vector({-std::sin(phi), 0.0f, -std::cos(phi)});
+      sp.tangent = normalize(tangent - sp.shadingNormal * dot(tangent, sp.shadingNormal));
+    }
     return sp;
   }
   const Mesh& mesh = *prototype.mesh;
@@ -278,15 +281,16 @@ SurfacePoint Tracer::surface(const HitRecord& hit, Vec3 origin, Vec3 direction) 
     if (length(world) > 0.5f) shading = world;
   }
   sp.shadingNormal = shading;
-  if (!mesh.uvs.empty()) {
+  if ((attributes & kUv) && !mesh.uvs.empty()) {
     for (int k = 0; k < 2; ++k)
       sp.uv[k] = mesh.uvs[tri[0]][size_t(k)] * b0 + mesh.uvs[tri[1]][size_t(k)] * b1 + mesh.uvs[tri[2]][size_t(k)] * b2;
   }
-  if (!mesh.colors.empty()) {
+  if ((attributes & kColor) && !mesh.colors.empty()) {
     for (int k = 0; k < 4; ++k)
       sp.color[k] = mesh.colors[tri[0]][size_t(k)] * b0 + mesh.colors[tri[1]][size_t(k)] * b1 +
                     mesh.colors[tri[2]][size_t(k)] * b2;
   }
+  if (!(attributes & kTangent)) return sp;
   Vec3 tangent = mesh.tangents.empty() ? Vec3{}
                                        : object.toWorld.vector(mesh.tangents[tri[0]] * b0 + mesh.tangents[tri[1]] * b1 +
                                                                mesh.tangents[tri[2]] * b2);

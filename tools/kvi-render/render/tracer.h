@@ -56,8 +56,13 @@ class Tracer {
   // True when an accepted hit lies in (0, tfar).
   bool occluded(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter) const;
 
-  // The surface at a hit of a ray.
-  SurfacePoint surface(const HitRecord& hit, Vec3 origin, Vec3 direction) const;
+  // What of a surface point beyond its position and normals a caller needs
+  // (the varyings its material asked for).
+  enum Attributes : unsigned { kUv = 1, kColor = 2, kTangent = 4, kAllAttributes = 7 };
+
+  // The surface at a hit of a ray; the attributes not asked for are left at
+  // their defaults.
+  SurfacePoint surface(const HitRecord& hit, Vec3 origin, Vec3 direction, unsigned attributes = kAllAttributes) const;
 
   // How far to move a ray's origin off a surface at p so that it does not
   // find the surface again.
