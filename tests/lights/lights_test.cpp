@@ -1,344 +1,247 @@
-// The light shaders through the module loader: each light's default colour,
-// shadow switch and what it leaves untouched, the point and spot lights'
-// attenuation and cone, the image-based lights, and the host's cube-face and
-// lat-long samplers that the image lights are checked against.
-#include <array>
+// The light shaders through the module loader: one table of what each light
+// writes for a configuration (colour to the bit, and what it does with the
+// shadow), one of the point and spot lights' falloff, then the image-based
+// light, the area light's cube maps against the host's convention, the
+// physically based lights' closed forms, and the host's lat-long sampler and
+// IES reader that the image lights rely on.
 #include <cmath>
 #include <cstring>
-#include <limits>
-#include <memory>
 #include <random>
 #include <sstream>
-#include <string>
 #include <tuple>
-#include <vector>
 
 #include "kvi/host/environment_samplers.h"
 #include "kvi/host/error.h"
 #include "kvi/host/photometric_web.h"
-#include "test_shader.h"
+#include "kvi/host/samplers.h"
+#include "tables.h"
 
 namespace kvi::test {
 namespace {
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr float kInf = std::numeric_limits<float>::infinity();
-using Color = std::array<float, 3>;
+constexpr double kPiD = 3.14159265358979;
 
 void set(float (&field)[3], Color value) { std::memcpy(field, value.data(), sizeof field); }
 
-// A pattern-filled state with the point at the origin and the light sample 2
-// units above it, looking down its axis (0, 0, -1).
-ShadingState lightSampleState(float distance = 2.0f) {
+// A pattern-filled state: the point at the origin, the light sample 2 units
+// above it on the light's axis, the direction from the light to the point.
+ShadingState lightSample(float distance = 2.0f, Color direction = {0, 0, -1}, Color axis = {0, 0, -1}) {
   ShadingState s = patternState();
   set(s.position, {0, 0, 0}), set(s.lightSamplePosition, {0, 0, 2});
-  set(s.lightAxis, {0, 0, -1}), set(s.lightDirection, {0, 0, -1});
+  set(s.lightAxis, axis), set(s.lightDirection, direction);
   s.lightDistance = distance;
   return s;
 }
 
-ShadingState shaded(TestShader& light, ScriptedContext& context, ShadingState state) {
-  light.light()->shade(&context, &state);
+ShadingState shade(const char* shader, const Params& params, ShadingState state, ScriptedContext& context) {
+  configured(shader, params).light()->shade(&context, &state);
   return state;
 }
 
-// True when `after` differs from `before` in the listed fields at most.
-template <class... Fields>
-bool onlyWrote(ShadingState before, const ShadingState& after, Fields... fields) {
-  (std::memcpy(&(before.*fields), &(after.*fields), sizeof(before.*fields)), ...);
-  return std::memcmp(&before, &after, sizeof before) == 0;
-}
+// What a light does with the shadow: copies the host's answer, writes full
+// transmission without asking, leaves the field alone, or asks and writes
+// full transmission because the shadow is blended into the colour.
+enum Shadow { kAsked, kFull, kUntouched, kBlended };
 
-void expectColor(const float actual[3], Color expected) {
-  for (int i = 0; i < 3; ++i) {
-    if (std::isnan(expected[i])) EXPECT_TRUE(std::isnan(actual[i])) << "channel " << i;
-    else EXPECT_BITEQ(actual[i], expected[i]) << "channel " << i;
-  }
-}
-
-// How a light treats the shadow: always or never asked, or switched by a flag
-// with full transmission or an untouched field when the flag is off.
-enum class Shadow { kAlways, kNever, kSwitchedFull, kSwitchedUntouched };
-
-TEST(Lights, ColourAndShadowFollowEachLightsSwitchAtAnyDistance) {
-  struct Case { const char* shader; const char* flag; Shadow shadow; Color defaultColor; };
-  for (const Case& c : {Case{"AmbientLight", "", Shadow::kNever, {1, 1, 1}},
-                        Case{"SimplePointLight", "", Shadow::kAlways, {1, 1, 1}},
-                        Case{"DirectionalLight", "castShadows", Shadow::kSwitchedFull, {0.5f, 0.1f, 1}},
-                        Case{"PointLight", "castShadows", Shadow::kSwitchedFull, {1, 0.5f, 0.1f}},
-                        Case{"SpotLight", "castShadows", Shadow::kSwitchedFull, {0.1f, 1, 0.5f}},
-                        Case{"velk_qora_Lgt_Direction", "cast_shadows", Shadow::kSwitchedUntouched, {1, 1, 1}},
-                        Case{"velk_qora_Lgt_Sky", "cast_shadows", Shadow::kSwitchedUntouched, {1, 1, 1}}})
-    for (int flag : {0, 0x80, -1})  // -1: the flag left at its default, on
-      for (float distance : {0.0f, 7.0f, 1e6f}) {
-        SCOPED_TRACE(::testing::Message() << c.shader << " flag " << flag << " at " << distance);
-        TestShader light(c.shader);
-        if (*c.flag && flag >= 0) light.block.setBool(c.flag, uint8_t(flag));
-        light.apply();
-        ScriptedContext context;
-        context.shadow[0] = 0.25f, context.shadow[1] = 0.5f, context.shadow[2] = 0.75f;
-        const ShadingState before = lightSampleState(distance), after = shaded(light, context, before);
-        expectColor(after.lightColor, c.defaultColor);
-        const bool asked = c.shadow == Shadow::kAlways || (flag && c.shadow != Shadow::kNever);
-        EXPECT_EQ(context.totalCalls(), asked ? 1 : 0);
-        if (asked) {
-          EXPECT_EQ(context.lastShadowFrom, (std::array<float, 3>{0, 0, 0}));
-          EXPECT_EQ(context.lastShadowTo, (std::array<float, 3>{0, 0, 2}));
-          expectColor(after.lightShadow, {0.25f, 0.5f, 0.75f});
-        } else if (c.shadow == Shadow::kSwitchedFull) {
-          expectColor(after.lightShadow, {1, 1, 1});
-        }
-        const bool shadowWritten = asked || c.shadow == Shadow::kSwitchedFull;
-        EXPECT_TRUE(onlyWrote(before, after, &ShadingState::lightColor,
-                              shadowWritten ? &ShadingState::lightShadow : &ShadingState::lightColor));
-      }
-}
-
-TEST(Lights, DirectionIntensityScalesTheColourUnclamped) {
-  TestShader direction("velk_qora_Lgt_Direction");
-  direction.block.setColor3("color", {0.5f, -0.25f, 3e38f});
-  direction.block.setFloat("intensity", -2.0f);
-  direction.apply();
+// Shades a light sample `distance` away along `direction` (the axis is
+// (0, 0, -1)), the host answering `transmission` for the shadow, and checks
+// the colour to the bit, the shadow and that nothing else was written.
+void expectLight(const char* shader, const Params& params, Color color, Shadow shadow, float distance = 2,
+                 Color transmission = {0.25f, 0.5f, 0.75f}, Color direction = {0, 0, -1}) {
   ScriptedContext context;
-  expectColor(shaded(direction, context, lightSampleState()).lightColor, {-1, 0.5f, -kInf});
+  std::copy(transmission.begin(), transmission.end(), context.shadow);
+  const ShadingState before = lightSample(distance, direction), after = shade(shader, params, before, context);
+  expectBits(after.lightColor, {color.begin(), color.end()});
+  EXPECT_EQ(context.totalCalls(), shadow == kAsked || shadow == kBlended ? 1 : 0);
+  EXPECT_EQ(context.lastShadowTo, (context.totalCalls() ? Color{0, 0, 2} : Color{}));  // from the point, at the origin
+  const Color full{1, 1, 1}, &written = shadow == kAsked ? transmission : full;
+  if (shadow != kUntouched) expectBits(after.lightShadow, {written.begin(), written.end()});
+  EXPECT_TRUE(onlyWrote(before, after, &ShadingState::lightColor,
+                        shadow == kUntouched ? &ShadingState::lightColor : &ShadingState::lightShadow));
 }
 
-constexpr float kSilent = -1.0f;
-constexpr Color kHalfOneTwo{0.5f, 1, 2};
-
-// The green channel of a light of colour kHalfOneTwo, every channel scaled alike.
-float greenOf(const ShadingState& s) {
-  EXPECT_BITEQ(s.lightColor[0], 0.5f * s.lightColor[1]);
-  EXPECT_BITEQ(s.lightColor[2], 2.0f * s.lightColor[1]);
-  return s.lightColor[1];
-}
-
-// A point or spot light on its axis: its green is the capped intensity.
-class Attenuation : public ::testing::TestWithParam<const char*> {
- protected:
-  TestShader light{GetParam()};
-  void SetUp() override { light.block.setColor3("color", kHalfOneTwo); }
-  // The intensity at a distance, or kSilent when nothing was asked or written.
-  float at(float distance) {
-    light.apply();
-    ScriptedContext context;
-    const ShadingState before = lightSampleState(distance), after = shaded(light, context, before);
-    if (context.totalCalls() == 0 && std::memcmp(&before, &after, sizeof before) == 0) return kSilent;
-    EXPECT_EQ(context.calls(kTraceShadow), 1);
-    return greenOf(after);
-  }
-};
-
-TEST_P(Attenuation, FadesRampBetweenTheirStrictEnds) {
-  // near on, far on, near start, near end, far start, far end, unit multiplier, distance, intensity
-  const std::array<float, 9> cases[] = {
-      {1, 0, 2, 4, 1, 1e4f, 1, 1, kSilent}, {1, 0, 2, 4, 1, 1e4f, 1, 2, kSilent},  // t = 0 at the start
-      {1, 0, 2, 4, 1, 1e4f, 1, 3, 0.5f},    {1, 0, 2, 4, 1, 1e4f, 1, 4, 1},
-      {1, 0, 2, 2, 1, 1e4f, 1, 1.999f, kSilent}, {1, 0, 2, 2, 1, 1e4f, 1, 2, 1},  // equal ends: a step
-      {0, 1, 1, 1, 10, 20, 1, 10, 1},       {0, 1, 1, 1, 10, 20, 1, 15, 0.5f},
-      {0, 1, 1, 1, 10, 20, 1, 20, kSilent}, {0, 1, 1, 1, 10, 20, 1, 25, kSilent},  // 20: the ramp's 0
-      {1, 1, 2, 6, 3, 5, 1, 4, 0.25f},        // both ramps multiply
-      {0, 1, 1, 1, 10, 20, 10, 1.5f, 0.5f},   // the unit multiplier scales the distance first
-      {0, 1, 1, 1, 20, 20, 10, 2, 1},         // equal far ends: full light up to the end
-      {0, 1, 1, 1, 20, 20, 10, 2.05f, kSilent},
-  };
-  const char* names[] = {"nearAttenuationStart", "nearAttenuationEnd", "farAttenuationStart", "farAttenuationEnd",
-                         "unitMultiplier"};
-  for (const auto& c : cases) {
-    light.block.setBool("nearAttenuationOn", c[0] != 0);
-    light.block.setBool("farAttenuationOn", c[1] != 0 ? 7 : 0);
-    for (int i = 0; i < 5; ++i) light.block.setFloat(names[i], c[2 + i]);
-    EXPECT_BITEQ(at(c[7]), c[8]) << "case " << &c - cases;
-  }
-}
-
-TEST_P(Attenuation, DecayLawFollowsTheFlagsAndTheSoftCapBendsAbove16) {
-  struct Case { Color factors; float start, distance, expected, tolerance; };
-  const Case cases[] = {
-      {{0, 0, 1}, 2, 4, 0.25f, 0},     {{0, 0, 1}, 2, 1, 1, 0},  // inverse square; none inside the start
-      {{0, 1, 0}, 2, 4, 0.5f, 0},      {{-3, 0, 0.5f}, 2, 4, 0.5f, 0},  // inverse linear
-      {{kNaN, 0, 1}, 2, 4, 0.25f, 0},  // NaN counts as unequal to 1
-      {{1, 1, 1}, 2, 4, 1, 0},         // fx = 1: no decay whatever the others say
-      {{0, 0, 1}, -2, 0, 1, 0},        // d = 0: no decay, not even -2 / 0
-      // A negative decay start squared is the only road above an intensity of 1.
-      {{0, 0, 1}, -8, 2, 16, 0},                   // the knee
-      {{0, 0, 1}, -10, 2, 1.0f / 0.0481f, 1e-4f},  // 25 bent: 1 / (0.36 * 0.0225 + 0.64 * 0.0625)
-      {{0, 0, 1}, -kInf, 2, 1.0f / 0.0225f, 0},
-      {{0, 1, 0}, -2, 2, -1.0f / 0.6175f, 1e-5f},  // a negative intensity bends too
-  };
-  for (const auto& c : cases) {
-    light.block.setColor3("attenuationFactors", c.factors);
-    light.block.setFloat("decayStartDistance", c.start);
-    if (c.tolerance == 0) EXPECT_BITEQ(at(c.distance), c.expected) << "case " << &c - cases;
-    else EXPECT_NEAR(at(c.distance), c.expected, c.tolerance) << "case " << &c - cases;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Lights, Attenuation, ::testing::Values("PointLight", "SpotLight"));
-
-TEST(SpotLight, ConeIsASmoothStepOfTheClampedCosineAfterTheShadowQuery) {
-  TestShader light("SpotLight");
-  light.block.setColor3("color", kHalfOneTwo);
-  const auto bounds = [&](float penumbra, float umbra) {
-    light.block.setFloat("cosPenumbra", penumbra);
-    light.block.setFloat("cosUmbra", umbra);
-  };
-  const auto cone = [&](Color axis, Color direction) {
-    light.apply();
-    ScriptedContext context;
-    ShadingState s = lightSampleState();
-    set(s.lightAxis, axis), set(s.lightDirection, direction);
-    s = shaded(light, context, s);
-    EXPECT_EQ(context.calls(kTraceShadow), 1);
-    return greenOf(s);
-  };
-  EXPECT_NEAR(cone({0, 0, -1}, {0, 0, -0.925f}), 0.5f, 1e-4f);  // half-way from the defaults 0.9 to 0.95
-  // Penumbra, umbra, cosine c (the axis is (0, 0, -1): c exactly, even out of range), cone factor.
-  const std::array<float, 4> cases[] = {
-      {0.5f, 0.75f, 0.625f, 0.5f}, {0.5f, 0.75f, 0.5625f, 0.15625f}, {0.5f, 0.75f, 0.8f, 1},
-      {0.5f, 0.75f, 0.4f, 0},                          // outside: black, but the shadow was asked
-      {-1, 3, 5.5f, 0.5f}, {-1, 3, -0.55f, 0.15625f},  // clamped to 1 and to 0
-      {-1, 3, kNaN, 1},                                // a NaN cosine counts as inside the umbra
-  };
-  for (const auto& c : cases) {
-    bounds(c[0], c[1]);
-    EXPECT_BITEQ(cone({0, 0, -1}, {0, 0, -c[2]}), c[3]) << c[2];
-  }
-  // Summed y, x, then z: 1 + -1 first, so the tiny z survives and t = 0.5.
-  bounds(0, 0x1p-29f);
-  EXPECT_BITEQ(cone({1, 1, 1}, {-1, 1, 0x1p-30f}), 0.5f);
-  // The cone scales the colour; the decay acts on the distance weight alone.
-  bounds(0.5f, 0.75f);
-  light.block.setColor3("attenuationFactors", {0, 1, 0});
-  EXPECT_BITEQ(cone({0, 0, -1}, {0, 0, -0.625f}), 0.25f);
-}
-
-// Answers one texel and records where it was sampled.
-struct RecordingSampler : ITextureSampler {
-  std::array<float, 3> coords{};
-  void sample(float out[4], const float* c) override {
-    coords = {c[0], c[1], c[2]};
-    out[0] = 0.5f, out[1] = 0.25f, out[2] = 2.0f, out[3] = 0.125f;
-  }
-};
-
-TEST(DiffuseIBL, TurnsTheNormalInTheStateAndLooksTheMapUpThere) {
-  TestShader light("DiffuseIBL");
-  RecordingSampler map;
-  // Rows (0 2 0.5), (-1.5 0.25 3), (0.75 -1 1.25); the translation acts only through its product with 0.
-  light.block.setMatrix4("transform", {0, 2, 0.5f, 9, -1.5f, 0.25f, 3, 9, 0.75f, -1, 1.25f, 9, 7, -8, 5, 1});
-  light.block.setColor3("gain", {2.0f, -0.5f, 0.25f});
-  light.block.setEnvironmentMap("diffuseMap", &map, 3);
-  ScriptedContext context;
-  const auto turn = [&](Color normal) {
-    light.apply();
-    ShadingState s = patternState();
-    set(s.normal, normal);
-    return shaded(light, context, s);
-  };
-  const ShadingState after = turn({0.5f, -0.25f, 1.0f});
-  expectColor(after.normal, {1.125f, -0.0625f, 0.75f});
-  EXPECT_EQ(map.coords, (std::array<float, 3>{1.125f, -0.0625f, 0.75f}));
-  expectColor(after.lightColor, {1.0f, -0.125f, 0.5f});
-  EXPECT_EQ(context.totalCalls(), 0);
-  EXPECT_TRUE(onlyWrote(patternState(), after, &ShadingState::normal, &ShadingState::lightColor));
-  // Summed y, x, then z: 4 + (tiny) rounds to 4 before -4 is added.
-  const float e = -0x1p-23f;
-  light.block.setMatrix4("transform", {e, e, e, 0, 4, 4, 4, 0, -4, -4, -4, 0, 0, 0, 0, 1});
-  expectColor(turn({1, 1, 1}).normal, {0, 0, 0});
-  // Unbound: black. An infinite translation still reaches the normal (inf * 0), and an update replaces it.
-  light.block.setEnvironmentMap("diffuseMap", nullptr, -1);
-  light.block.setMatrix4("transform", {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, kInf, 0, -3, 1});
-  expectColor(turn({0.5f, -0.25f, 1.0f}).lightColor, {0, -0.0f, 0});  // 0 times the gain
-  expectColor(turn({0.5f, -0.25f, 1.0f}).normal, {kNaN, -0.25f, 1.0f});
-  light.block.setMatrix4("transform", {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 4, 0, -3, 1});
-  expectColor(turn({0.5f, -0.25f, 1.0f}).normal, {0.5f, -0.25f, 1.0f});
-}
-
-const Color kC{0.5f, 0.25f, 2.0f}, kS{0.25f, 0.5f, 0.75f};
-
-// An area light sample at distance 1 with the axis along the direction
-// (k = 1); when shadowed, with the light colour kC and the shadow colour kS.
-struct AreaLight {
-  TestShader light{"velk_qora_Lgt_Diffuse"};
-  ScriptedContext context;
-  ShadingState state = lightSampleState(1.0f);
-
-  void shadowed(Color transmission, float density, uint8_t lightAffects) {
-    light.block.setBool("cast_shadows", 1);
-    light.block.setColor3("color", kC);
-    light.block.setColor3("shadowCol", kS);
-    light.block.setFloat("shadowDensity", density);
-    light.block.setBool("lightAffectShadowCol", lightAffects);
-    for (int i = 0; i < 3; ++i) context.shadow[i] = transmission[i];
-  }
-  ShadingState shade() {
-    light.apply();
-    context.resetCounts();
-    return shaded(light, context, state);
-  }
-};
-
-TEST(AreaLight, UnshadowedUsesIntegratedColourAndTheClampedPowerFalloff) {
-  AreaLight l;
-  l.light.block.setColor3("integratedColor", {2.0f, 3.0f, 4.0f});
-  l.light.block.setFloat("intensity", 5.0f);
-  l.state.lightDistance = 2.0f;
-  set(l.state.lightDirection, {0.8660254f, 0, -0.5f});  // c = 0.5, k = 0.5 / 2^2
-  const ShadingState after = l.shade();
-  expectColor(after.lightColor, {0.25f, 0.375f, 0.5f});
-  EXPECT_EQ(l.context.totalCalls(), 0);
-  EXPECT_TRUE(onlyWrote(l.state, after, &ShadingState::lightColor));
-  l.state.lightDirection[2] = 0.5f;  // behind the light's axis
-  expectColor(l.shade().lightColor, {0, 0, 0});
-
-  AreaLight f;  // integratedColor 1: lightColor is 1 / falloff
-  f.light.block.setFloat("exponent", 3.0f);
-  f.light.block.setFloat("exponentUnitsMultiplier", 0.5f);
-  f.state.lightDistance = 3.0f;
-  EXPECT_BITEQ(f.shade().lightColor[0], 1.0f / 13.5f);
-  f.light.block.setFloat("exponentLowerClamp", 2.0f);
-  f.light.block.setFloat("exponentUpperClamp", 8.0f);
-  f.state.lightDistance = 2.0f;  // 4 is half-way to the upper clamp: 0.5 * 2 + 8 * 0.5
-  EXPECT_BITEQ(f.shade().lightColor[0], 0.2f);
-  f.state.lightDistance = 0.0f;
-  EXPECT_BITEQ(f.shade().lightColor[0], 0.5f);  // the lower clamp
-}
-
-TEST(AreaLight, ShadowBlendFollowsItsThreeRegimes) {
-  struct Case { Color transmission; float density; Color blend, lightAffected; };
-  const Case cases[] = {
-      {{1, 1, 1}, 1, kC, kC},                                             // unoccluded: m = 0
-      {{0, 0, 0}, 1, kS, {0.125f, 0.125f, 1.5f}},                         // m = 0.999: S, or S C
-      {{0.25f, 0.5f, 0}, 2, {0.375f, 0.5f, 1.5f}, {0.1875f, 0.125f, 3}},  // m > 1: a S, or a C S
-      {{0, 0, 0}, -1, {0.25f, -0.25f, 1.25f}, {0.375f, 0.125f, 0.5f}},    // m < 0: a S + C, or (a S + 1) C
-      {{kNaN, 0, 0}, 1, {kNaN, 0.75f, 2.75f}, {kNaN, 0.375f, 3.5f}},      // m NaN: as below 0
-      // a.g + a.r rounds to 4 before a.b = -4 is added: m = 0, not below it.
-      {{0x1.000002p0f, -3, 5}, 1, {0.5f, 1.25f, 7}, {0x1.000002p-1f, -0.25f, 4}},
-  };
-  for (const auto& c : cases)
-    for (uint8_t affects : {0, 9}) {
-      SCOPED_TRACE(::testing::Message() << "case " << &c - cases << " L " << int(affects));
-      AreaLight l;
-      l.shadowed(c.transmission, c.density, affects);
-      const ShadingState after = l.shade();
-      expectColor(after.lightColor, affects ? c.lightAffected : c.blend);
-      expectColor(after.lightShadow, {1, 1, 1});
-      EXPECT_EQ(l.context.totalCalls(), 1);
-      EXPECT_EQ(l.context.lastShadowTo, (std::array<float, 3>{0, 0, 2}));
+// Every light at its defaults, its shadow switch off and holding 0x80, at
+// distances that must not matter: the colour, and the shadow asked, written
+// full or left alone.
+TEST(Lights, ColourAndShadowFollowEachLightsSwitch) {
+  const std::tuple<const char*, const char*, Shadow, Color> lights[] = {  // switch, what off means, default colour
+      {"AmbientLight", "", kUntouched, {1, 1, 1}},
+      {"SimplePointLight", "", kAsked, {1, 1, 1}},
+      {"DirectionalLight", "castShadows", kFull, {0.5f, 0.1f, 1}},
+      {"PointLight", "castShadows", kFull, {1, 0.5f, 0.1f}},
+      {"SpotLight", "castShadows", kFull, {0.1f, 1, 0.5f}},
+      {"velk_qora_Lgt_Direction", "cast_shadows", kUntouched, {1, 1, 1}},
+      {"velk_qora_Lgt_Sky", "cast_shadows", kUntouched, {1, 1, 1}}};
+  for (const auto& [shader, flag, off, color] : lights)
+    for (float value : {-1.0f, 0.0f, 128.0f}) {  // -1: left at its default, on
+      if (!*flag && value >= 0) continue;
+      SCOPED_TRACE(::testing::Message() << shader << " " << flag << " " << value);
+      expectLight(shader, value >= 0 ? Params{{flag, {value}}} : Params{}, color, value == 0 || !*flag ? off : kAsked,
+                  value == 0 ? 0.0f : 1e6f);
     }
-  AreaLight l;  // 3.003 * 0.333 is still at most 1 (3.003 / 3 would not be): (1 - a) C + a S
-  l.shadowed({0, 0, 0}, 1.001f, 0);
-  EXPECT_NEAR(l.shade().lightColor[0], -0.001f * 0.5f + 1.001f * 0.25f, 1e-6f);
+  expectLight("SimplePointLight", {{"color", {0, 0, 0}}}, {0, 0, 0}, kAsked);  // asked even when black
+  expectLight("velk_qora_Lgt_Direction", {{"color", {0.5f, -0.25f, 3e38f}}, {"intensity", {-2}}}, {-1, 0.5f, -kInf},
+              kAsked);  // unclamped
+  expectLight("velk_qora_Lgt_Sky", {{"intensity", {0.5f, 2, -1}}}, {0.5f, 2, -1}, kAsked);  // a colour here
+  expectLight("SpotLight", {}, {0, 0, 0}, kAsked, 2, {1, 1, 1}, {0.6f, 0, -0.8f});  // outside the cone: asked, black
+}
 
-  AreaLight scaled;  // the blend is scaled last by (k intensity) P, k = 1 / 2^2
-  host::ConstantSampler projection({0.5f, 0.25f, 1.0f, 1.0f});
-  scaled.shadowed({1, 1, 1}, 1.0f, 0);
-  scaled.light.block.setFloat("intensity", 2.0f);
-  scaled.light.block.setBool("projMapOn", 1);
-  scaled.light.block.setTexture("projMap", &projection, 0);
-  scaled.state.lightDistance = 2.0f;
-  expectColor(scaled.shade().lightColor, {0.125f, 0.03125f, 1.0f});
+// The area light: unshadowed, integratedColor x c / (d^exponent x units),
+// clamped near the light; shadowed, the host's transmission T blended with
+// the shadow colour by a = (1 - T) density in three regimes of
+// m = (ag + ar + ab) 0.333, with or without the light colour (L).
+TEST(AreaLight, FalloffAndShadowBlendToTheBit) {
+  const char* area = "velk_qora_Lgt_Diffuse";
+  expectLight(area, {{"integratedColor", {2, 3, 4}}, {"intensity", {5}}}, {0.25f, 0.375f, 0.5f}, kUntouched, 2, {},
+              {0.8660254f, 0, -0.5f});  // c = 0.5 over 2^2, no intensity
+  expectLight(area, {}, {0, 0, 0}, kUntouched, 2, {}, {0.8660254f, 0, 0.5f});  // behind its axis
+  expectLight(area, {{"exponent", {3}}, {"exponentUnitsMultiplier", {0.5f}}}, {1 / 13.5f, 1 / 13.5f, 1 / 13.5f},
+              kUntouched, 3);
+  const Params clamp{{"exponentLowerClamp", {2}}, {"exponentUpperClamp", {8}}};
+  expectLight(area, clamp, {0.2f, 0.2f, 0.2f}, kUntouched);  // 4 is half-way to the upper clamp: 1 + 4
+  expectLight(area, clamp, {0.5f, 0.5f, 0.5f}, kUntouched, 0);  // the lower clamp
+  // C = (0.5, 0.25, 2), S = (0.25, 0.5, 0.75), at distance 1 on the axis (k = 1).
+  const Params shadowed{{"cast_shadows", {1}}, {"color", {0.5f, 0.25f, 2}}, {"shadowCol", {0.25f, 0.5f, 0.75f}}};
+  const std::tuple<const char*, Color, float, Color, Color> rows[] = {  // T, density, blend, with L
+      {"unoccluded: m = 0, C", {1, 1, 1}, 1, {0.5f, 0.25f, 2}, {0.5f, 0.25f, 2}},
+      {"m = 0.999: S, or S C", {0, 0, 0}, 1, {0.25f, 0.5f, 0.75f}, {0.125f, 0.125f, 1.5f}},
+      {"m > 1: a S, or a C S", {0.25f, 0.5f, 0}, 2, {0.375f, 0.5f, 1.5f}, {0.1875f, 0.125f, 3}},
+      {"m < 0: a S + C, or (a S + 1) C", {0, 0, 0}, -1, {0.25f, -0.25f, 1.25f}, {0.375f, 0.125f, 0.5f}},
+      {"m NaN: as below 0", {kNaN, 0, 0}, 1, {kNaN, 0.75f, 2.75f}, {kNaN, 0.375f, 3.5f}},
+      // ag + ar rounds to 4 before ab = -4 is added: m = 0, not below it.
+      {"summed g, r, b", {0x1.000002p0f, -3, 5}, 1, {0.5f, 1.25f, 7}, {0x1.000002p-1f, -0.25f, 4}},
+      // 3.003 x 0.333 is still at most 1 (3.003 / 3 would not be): (1 - a) C + a S.
+      {"the kept constant 0.333", {0, 0, 0}, 1.001f,
+       {(1 - 1.001f) * 0.5f + 1.001f * 0.25f, (1 - 1.001f) * 0.25f + 1.001f * 0.5f, (1 - 1.001f) * 2 + 1.001f * 0.75f},
+       {((1 - 1.001f) + 1.001f * 0.25f) * 0.5f, ((1 - 1.001f) + 1.001f * 0.5f) * 0.25f,
+        ((1 - 1.001f) + 1.001f * 0.75f) * 2}},
+  };
+  for (const auto& [label, transmission, density, blend, lightAffected] : rows)
+    for (float affects : {0.0f, 9.0f}) {
+      SCOPED_TRACE(::testing::Message() << label << " L " << affects);
+      const Params params = shadowed + Params{{"shadowDensity", {density}}, {"lightAffectShadowCol", {affects}}};
+      expectLight(area, params, affects ? lightAffected : blend, kBlended, 1, transmission);
+    }
+  host::ConstantSampler projection({0.5f, 0.25f, 1.0f, 1.0f});  // the blend is scaled last by (k intensity) P
+  expectLight(area, shadowed + Params{{"intensity", {2}}, {"projMapOn", {1}}, {"projMap", {}, &projection}},
+              {0.125f, 0.03125f, 1}, kBlended, 2, {1, 1, 1});
+}
+
+// The point and spot lights' falloff, read back as the intensity s of a
+// light of colour (0.5, 1, 2): fades, decay, soft cap and the spot's cone.
+TEST(Lights, PointAndSpotFalloffFadesDecaysCapsAndConesToTheBit) {
+  constexpr float kSilent = -1;  // nothing asked, nothing written
+  const auto near = [](float start, float end) {
+    return Params{{"nearAttenuationOn", {1}}, {"nearAttenuationStart", {start}}, {"nearAttenuationEnd", {end}}};
+  };
+  const auto far = [](float start, float end) {
+    return Params{{"farAttenuationOn", {7}}, {"farAttenuationStart", {start}}, {"farAttenuationEnd", {end}}};
+  };
+  const auto decay = [](Color f, float start) {
+    return Params{{"attenuationFactors", {f[0], f[1], f[2]}}, {"decayStartDistance", {start}}};
+  };
+  const auto cone = [](float penumbra, float umbra) {
+    return Params{{"cosPenumbra", {penumbra}}, {"cosUmbra", {umbra}}};
+  };
+  const Params units10{{"unitMultiplier", {10}}};
+  // Rows that turn the direction or set the cone are the spot light's alone.
+  const Color down{0, 0, -1};
+  struct Row {
+    const char* label;
+    Params params;
+    float distance, intensity;
+    Color direction{0, 0, -1}, axis{0, 0, -1};
+    float tolerance = 0;  // 0: to the bit
+  };
+  const Row rows[] = {
+      {"before the near start", near(2, 4), 1, kSilent},
+      {"near ramp", near(2, 4), 2.5f, 0.15625f},
+      {"near end", near(2, 4), 4, 1},
+      {"equal near ends: a step", near(2, 2), 1.999f, kSilent},
+      {"equal near ends: full from the start", near(2, 2), 2, 1},
+      {"far ramp", far(10, 20), 17.5f, 0.15625f},
+      {"beyond the far end", far(10, 20), 25, kSilent},
+      {"both ramps multiply", near(2, 6) + far(3, 5), 4, 0.25f},
+      {"the unit multiplier scales the distance", far(10, 20) + units10, 1.5f, 0.5f},
+      {"equal far ends: full up to the end", far(20, 20) + units10, 2, 1},
+      {"equal far ends: nothing beyond", far(20, 20) + units10, 2.05f, kSilent},
+      {"inverse square", decay({0, 0, 1}, 2), 4, 0.25f},
+      {"no decay inside the start", decay({0, 0, 1}, 2), 1, 1},
+      {"inverse linear", decay({0, 1, 0}, 2), 4, 0.5f},
+      {"a NaN fx counts as unequal to 1", decay({kNaN, 0, 1}, 2), 4, 0.25f},
+      {"fx = 1: no decay", decay({1, 1, 1}, 2), 4, 1},
+      {"d = 0: no decay, not -2 / 0", decay({0, 0, 1}, -2), 0, 1},
+      // A negative decay start squared is the only road above an intensity of 1.
+      {"the soft cap's knee", decay({0, 0, 1}, -8), 2, 16},
+      {"the cap's limit", decay({0, 0, 1}, -kInf), 2, 1 / 0.0225f},
+      {"a negative intensity bends too", decay({0, 1, 0}, -2), 2, -1 / 0.6175f, down, down, 1e-5f},
+      // The spot's cone: the clamped cosine off the axis, a smooth step from penumbra to umbra.
+      {"cone half-way between the defaults", {}, 2, 0.5f, {0, 0, -0.925f}, down, 1e-4f},
+      {"cone a quarter in", cone(0.5f, 0.75f), 2, 0.15625f, {0, 0, -0.5625f}},
+      {"inside the umbra", cone(0.5f, 0.75f), 2, 1, {0, 0, -0.8f}},
+      {"cosine clamped to 1", cone(-1, 3), 2, 0.5f, {0, 0, -5.5f}},
+      {"cosine clamped to 0", cone(-1, 3), 2, 0.15625f, {0, 0, 0.55f}},
+      {"a NaN cosine counts as inside", cone(-1, 3), 2, 1, {0, 0, kNaN}},
+      // Summed y, x, then z: 1 + -1 first, so the tiny z survives and t = 0.5.
+      {"cone summed y, x, z", cone(0, 0x1p-29f), 2, 0.5f, {-1, 1, 0x1p-30f}, {1, 1, 1}},
+      {"the cone scales the colour, decay the distance weight", cone(0.5f, 0.75f) + decay({0, 1, 0}, 1), 2, 0.25f,
+       {0, 0, -0.625f}},
+  };
+  for (const char* shader : {"PointLight", "SpotLight"})
+    for (const Row& row : rows) {
+      const bool cone = !row.params.empty() && row.params[0].name == "cosPenumbra";
+      const bool spotOnly = row.direction != down || row.axis != down || cone;
+      if (spotOnly && std::string(shader) == "PointLight") continue;
+      SCOPED_TRACE(::testing::Message() << shader << ": " << row.label);
+      ScriptedContext context;
+      ShadingState before = lightSample(row.distance, row.direction, row.axis);
+      const ShadingState after = shade(shader, row.params + Params{{"color", {0.5f, 1, 2}}}, before, context);
+      if (row.intensity == kSilent) {
+        EXPECT_EQ(context.totalCalls(), 0);
+        EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+        continue;
+      }
+      EXPECT_EQ(context.calls(kTraceShadow), 1);
+      EXPECT_BITEQ(after.lightColor[0], 0.5f * after.lightColor[1]);
+      EXPECT_BITEQ(after.lightColor[2], 2 * after.lightColor[1]);
+      if (row.tolerance == 0) EXPECT_BITEQ(after.lightColor[1], row.intensity);
+      else EXPECT_NEAR(after.lightColor[1], row.intensity, row.tolerance);
+    }
+}
+
+// The normal turned by the transform's upper-left 3 x 3 (summed y, x, z; the
+// translation only through its product with 0) is left in the state and
+// looked up there; the texel times the gain is the colour; nothing is asked.
+TEST(DiffuseIBL, TurnsTheNormalInTheStateAndLooksTheMapUpThere) {
+  RecordingSampler map(3, {0.5f, 0.25f, 2.0f, 0.125f});
+  size_t lookUps = 0;
+  const float e = -0x1p-23f;
+  const std::tuple<const char*, std::vector<float>, Color, bool, Color, Color> rows[] = {  // transform, normal, bound
+      {"rows (0 2 0.5), (-1.5 0.25 3), (0.75 -1 1.25)",
+       {0, 2, 0.5f, 9, -1.5f, 0.25f, 3, 9, 0.75f, -1, 1.25f, 9, 7, -8, 5, 1}, {0.5f, -0.25f, 1}, true,
+       {1.125f, -0.0625f, 0.75f}, {1, -0.125f, 0.5f}},
+      {"summed y, x, z: 4 + tiny rounds to 4 before -4", {e, e, e, 0, 4, 4, 4, 0, -4, -4, -4, 0, 0, 0, 0, 1}, {1, 1, 1},
+       true, {0, 0, 0}, {1, -0.125f, 0.5f}},
+      {"unbound: 0 x gain; inf x 0 reaches the normal", {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, kInf, 0, -3, 1},
+       {0.5f, -0.25f, 1}, false, {kNaN, -0.25f, 1}, {0, -0.0f, 0}},
+  };
+  for (const auto& [label, transform, normal, bound, turned, color] : rows) {
+    SCOPED_TRACE(label);
+    ScriptedContext context;
+    ShadingState before = patternState();
+    set(before.normal, normal);
+    const Params params{{"transform", transform}, {"gain", {2, -0.5f, 0.25f}},
+                        {"diffuseMap", {}, bound ? &map : nullptr}};
+    const ShadingState after = shade("DiffuseIBL", params, before, context);
+    expectBits(after.normal, {turned.begin(), turned.end()});
+    expectBits(after.lightColor, {color.begin(), color.end()});
+    EXPECT_EQ(map.coords.size(), bound ? ++lookUps : lookUps);
+    if (bound) {
+      EXPECT_EQ(map.coords.back(), (std::vector<float>{turned.begin(), turned.end()}));
+    }
+    EXPECT_EQ(context.totalCalls(), 0);
+    EXPECT_TRUE(onlyWrote(before, after, &ShadingState::normal, &ShadingState::lightColor));
+  }
 }
 
 // The host's cube-face convention worked out by hand, and both of the area
@@ -347,7 +250,8 @@ TEST(AreaLight, ShadowBlendFollowsItsThreeRegimes) {
 TEST(CubeFaces, HostConventionAndTheAreaLightsProjections) {
   std::vector<host::ImageSampler> faces;  // 2 x 2 faces; texel (x, y) of face f is (x, y, f, 1)
   for (int f = 0; f < 6; ++f)
-    faces.emplace_back(2, 2, std::vector<float>{0, 0, float(f), 1, 1, 0, float(f), 1, 0, 1, float(f), 1, 1, 1, float(f), 1});
+    faces.emplace_back(2, 2, std::vector<float>{0, 0, float(f), 1, 1, 0, float(f), 1,  //
+                                                0, 1, float(f), 1, 1, 1, float(f), 1});
   host::CubeFaceSampler cube(std::move(faces));
   const std::tuple<Color, int, float, float> cases[] = {  // direction, face, s, t
       {{1, 0.5f, -0.5f}, 0, 0.75f, 0.25f}, {{-1, 0.5f, -0.5f}, 1, 0.25f, 0.25f}, {{0.5f, 1, -0.5f}, 2, 0.75f, 0.25f},
@@ -362,22 +266,20 @@ TEST(CubeFaces, HostConventionAndTheAreaLightsProjections) {
     EXPECT_BITEQ(p.s, s);
     EXPECT_BITEQ(p.t, t);
     if (face == 4 && s == 0.5f) continue;  // the shaders send degenerate directions their own way
-    AreaLight projected, shadowed;
-    for (AreaLight* l : {&projected, &shadowed}) set(l->state.lightDirection, d), set(l->state.lightAxis, d);
-    projected.light.block.setBool("projMapOn", 1);
-    projected.light.block.setTexture("projMap", &cube, 0);
-    shadowed.shadowed({0, 0, 0}, 1.0f, 0);  // fully occluded at density 1: the blend is the shadow colour
-    shadowed.light.block.setBool("useShadowColMap", 1);
-    shadowed.light.block.setTexture("shadowColMap", &cube, 0);
     float texel[4], mirrored[4];
     cube.lookup(texel, s, t, float(face));
     cube.lookup(mirrored, 1.0f - s, 1.0f - t, float(face));
-    expectColor(projected.shade().lightColor, {texel[0], texel[1], texel[2]});
-    expectColor(shadowed.shade().lightColor, {mirrored[0], mirrored[1], mirrored[2]});
+    ScriptedContext context;
+    context.shadow[0] = context.shadow[1] = context.shadow[2] = 0;  // fully occluded at density 1: S
+    const Params projected{{"projMapOn", {1}}, {"projMap", {}, &cube}};
+    expectBits(shade("velk_qora_Lgt_Diffuse", projected, lightSample(1, d, d), context).lightColor,
+               {texel[0], texel[1], texel[2]});
+    const Params shadowed{{"cast_shadows", {1}}, {"useShadowColMap", {1}}, {"shadowColMap", {}, &cube}};
+    expectBits(shade("velk_qora_Lgt_Diffuse", shadowed, lightSample(1, d, d), context).lightColor,
+               {mirrored[0], mirrored[1], mirrored[2]});
   }
-  AreaLight unbound;  // switched on without a map: black
-  unbound.light.block.setBool("projMapOn", 1);
-  expectColor(unbound.shade().lightColor, {0, 0, 0});
+  ScriptedContext context;  // switched on without a map: black
+  expectBits(shade("velk_qora_Lgt_Diffuse", {{"projMapOn", {1}}}, lightSample(1), context).lightColor, {0, 0, 0});
 }
 
 TEST(LatLongSampler, MinusZIsTheMiddleYIsUpAndSWrapsAtTheSeam) {
@@ -403,11 +305,6 @@ TEST(LatLongSampler, MinusZIsTheMiddleYIsUpAndSWrapsAtTheSeam) {
   EXPECT_NEAR(texel[0], 1.5f, 1e-5f);
 }
 
-
-// ---- The physically based lights that place their own samples, and the web.
-
-constexpr double kPiD = 3.14159265358979;
-
 // The sphere light seen from a point whose normal is tilted by `tilt` off
 // the centre: lightColor x cos (the point's cosine towards the sample) over
 // random samples estimates the irradiance pi L (r / d)^2 cos(tilt) of a
@@ -426,25 +323,24 @@ TEST(SphereLight, IrradianceConvergesToPiLTimesTheSquaredRadiusOverDistance) {
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << "units " << c.units << " r " << c.radius << " d " << c.distance);
     TestShader light("velk_qora_Lgt_Sphere");
-    light.block.setInt("units", c.units);
-    light.block.setFloat("intensity", c.intensity);
-    light.block.setFloat("radius", c.radius);
+    setParams(light.block, {{"units", {float(c.units)}}, {"intensity", {c.intensity}}, {"radius", {c.radius}}});
     light.apply();
     const double r = c.radius, d = c.distance, cosMax = std::sqrt(1.0 - r * r / (d * d));
-    const double solidAngle = 2 * kPiD * (1 - cosMax), expected = kPiD * c.radiance * r * r / (d * d) * std::cos(c.tilt);
+    const double solidAngle = 2 * kPiD * (1 - cosMax);
+    const double expected = kPiD * c.radiance * r * r / (d * d) * std::cos(c.tilt);
     const float normal[3] = {std::sin(c.tilt), 0.0f, std::cos(c.tilt)};
     double sum = 0, sumSquares = 0;
     const int n = 20000;
     for (int k = 0; k < n; ++k) {
       ScriptedContext context;
       context.samples2D = {{uniform(rng), uniform(rng)}};
-      ShadingState s = lightSampleState();
+      ShadingState s = lightSample();
       s.lightSamplePosition[2] = c.distance;  // the centre
-      s = shaded(light, context, s);
+      light.light()->shade(&context, &s);
       const float* y = s.lightSamplePosition;
       ASSERT_NEAR(std::hypot(y[0], y[1], y[2] - c.distance), r, 1e-5 * d);
       ASSERT_LE(y[2], c.distance);  // on the cap facing the point
-      ASSERT_EQ(context.lastShadowTo, (std::array<float, 3>{y[0], y[1], y[2]}));
+      ASSERT_EQ(context.lastShadowTo, (Color{y[0], y[1], y[2]}));
       for (int i = 0; i < 3; ++i) ASSERT_NEAR(-s.lightDirection[i] * s.lightDistance, y[i], 1e-5 * d);
       ASSERT_NEAR(s.lightColor[0], c.radiance * solidAngle, 1e-5 * c.radiance * solidAngle);
       const double e = s.lightColor[0] * -(normal[0] * s.lightDirection[0] + normal[2] * s.lightDirection[2]);
@@ -454,16 +350,12 @@ TEST(SphereLight, IrradianceConvergesToPiLTimesTheSquaredRadiusOverDistance) {
     EXPECT_NEAR(mean, expected, 4 * deviation + 1e-6 * expected);
     EXPECT_NEAR(mean, expected, 0.01 * expected);
   }
-  // On or inside the sphere: black, nothing asked; a radius of 0 is a point light.
-  TestShader light("velk_qora_Lgt_Sphere");
-  light.block.setFloat("radius", 2.0f);
-  light.apply();
+  // On the sphere: black, nothing asked; a radius of 0 is a point light.
   ScriptedContext context;
-  expectColor(shaded(light, context, lightSampleState()).lightColor, {0, 0, 0});
+  expectBits(shade("velk_qora_Lgt_Sphere", {{"radius", {2}}}, lightSample(), context).lightColor, {0, 0, 0});
   EXPECT_EQ(context.totalCalls(), 0);
-  light.block.setFloat("radius", 0.0f);
-  light.apply();
-  expectColor(shaded(light, context, lightSampleState()).lightColor, {0.25f, 0.25f, 0.25f});
+  const ShadingState point = shade("velk_qora_Lgt_Sphere", {{"radius", {0}}}, lightSample(), context);
+  expectBits(point.lightColor, {0.25f, 0.25f, 0.25f});
 }
 
 // The spot's profile, read back as lightColor x d^2 / intensity at 0.05
@@ -478,19 +370,17 @@ TEST(PhysicalSpot, ProfileIsFullInTheConeFallsMonotonicallyAndIntegratesToThePow
     for (int units : {0, 1}) {
       SCOPED_TRACE(::testing::Message() << c.cone << " + " << c.penumbra << " units " << units);
       TestShader light("velk_qora_Lgt_Spot");
-      light.block.setFloat("coneAngle", c.cone);
-      light.block.setFloat("penumbraAngle", c.penumbra);
-      light.block.setInt("units", units);
-      light.block.setFloat("intensity", 2.0f);
+      setParams(light.block, {{"coneAngle", {c.cone}}, {"penumbraAngle", {c.penumbra}}, {"units", {float(units)}},
+                              {"intensity", {2}}});
       light.apply();
       float previous = kInf;
       double power = 0;
       for (double degrees = 0; degrees <= 180; degrees += 0.05) {
         const double a = degrees * kPiD / 180;
         ScriptedContext context;
-        ShadingState s = lightSampleState(2.0f);
-        set(s.lightDirection, {float(std::sin(a)), 0.0f, float(-std::cos(a))});
-        const float profile = shaded(light, context, s).lightColor[1] * 4.0f / 2.0f;
+        ShadingState s = lightSample(2.0f, {float(std::sin(a)), 0.0f, float(-std::cos(a))});
+        light.light()->shade(&context, &s);
+        const float profile = s.lightColor[1] * 4.0f / 2.0f;
         if (units == 0 && degrees < c.inner - 1e-3) {
           EXPECT_NEAR(profile, 1.0f, 1e-6f) << degrees;
         }
@@ -505,21 +395,33 @@ TEST(PhysicalSpot, ProfileIsFullInTheConeFallsMonotonicallyAndIntegratesToThePow
       if (units == 1 && c.outer > 0) {
         EXPECT_NEAR(power, 2.0, 0.02);
       }
+      if (units == 0 && c.outer > c.inner) {  // a quarter of the way in, in the cosine: the smooth step's 0.15625
+        const double in = std::cos(c.inner * kPiD / 180), out = std::cos(c.outer * kPiD / 180);
+        const double q = out + (in - out) / 4;
+        ScriptedContext context;
+        ShadingState s = lightSample(2.0f, {float(std::sqrt(1 - q * q)), 0.0f, float(-q)});
+        light.light()->shade(&context, &s);
+        EXPECT_NEAR(s.lightColor[1] * 2.0f, 0.15625f, 2e-3f);
+      }
     }
-  // With a radius the sample moves onto the disk facing along the axis, and
-  // the falloff is measured from there.
-  TestShader light("velk_qora_Lgt_Spot");
-  light.block.setFloat("radius", 0.5f);
-  light.block.setFloat("coneAngle", 89.0f);
-  light.apply();
-  ScriptedContext context;
-  context.samples2D = {{1.0f, 0.25f}};  // the rim, a quarter turn round
-  const ShadingState s = shaded(light, context, lightSampleState(2.0f));
-  EXPECT_NEAR(std::hypot(s.lightSamplePosition[0], s.lightSamplePosition[1]), 0.5f, 1e-6f);
-  EXPECT_FLOAT_EQ(s.lightSamplePosition[2], 2.0f);
-  EXPECT_FLOAT_EQ(s.lightDistance, std::sqrt(4.25f));
-  EXPECT_NEAR(s.lightColor[0], std::cos(std::atan(0.25f)) >= std::cos(89 * 3.14159265f / 180) ? 1 / 4.25f : 0, 1e-6f);
-  EXPECT_EQ(context.lastShadowTo, (std::array<float, 3>{s.lightSamplePosition[0], s.lightSamplePosition[1], 2.0f}));
+  // With a radius the sample moves onto the disk facing along the axis,
+  // spread uniformly (the mean squared radius is R^2 / 2), and the falloff is
+  // measured from there.
+  double meanSquare = 0;
+  for (int k = 0; k < 100; ++k) {
+    ScriptedContext context;
+    context.samples2D = {{(k + 0.5f) / 100, 0.25f}};
+    const ShadingState s = shade("velk_qora_Lgt_Spot", {{"radius", {0.5f}}, {"coneAngle", {89}}}, lightSample(),
+                                 context);
+    const float* p = s.lightSamplePosition;
+    const float r2 = p[0] * p[0] + p[1] * p[1];
+    EXPECT_FLOAT_EQ(p[2], 2.0f);
+    EXPECT_FLOAT_EQ(s.lightDistance, std::sqrt(4 + r2));
+    EXPECT_NEAR(s.lightColor[0], 1 / (4 + r2), 1e-6f);
+    EXPECT_EQ(context.lastShadowTo, (Color{p[0], p[1], p[2]}));
+    meanSquare += r2 / 100.0;
+  }
+  EXPECT_NEAR(meanSquare, 0.125, 1e-4);
 }
 
 // IES text of type C photometry with the given angles and rows of candela.
@@ -562,29 +464,26 @@ TEST(PhotometricWeb, IntensityIsTheTablesAfterTheRotationInterpolatedAndUnfolded
       {4, 60, 90, 30},  {4, 300, 45, 35},  {4, 359, 90, 60 - 40 * 119 / 120.0f},
   };
   // Rows of the rotation: the web's -Y (its nadir) turns to -Z, its +X to +X.
-  const std::array<float, 16> rotation{1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1};
+  const std::vector<float> rotation{1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 0, 0, 0, 1};
   std::vector<std::unique_ptr<host::PhotometricWebSampler>> samplers;
-  for (const auto& w : webs) samplers.push_back(std::make_unique<host::PhotometricWebSampler>(host::parseIes(w, "web.ies")));
+  for (const auto& w : webs)
+    samplers.push_back(std::make_unique<host::PhotometricWebSampler>(host::parseIes(w, "web.ies")));
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << "web " << c.web << " H " << c.h << " V " << c.v);
-    TestShader light("velk_qora_Lgt_PhotometricWeb");
-    light.block.setTexture("web", samplers[size_t(c.web)].get(), 0);
-    light.block.setMatrix4("webRotationMatrix", rotation);
-    light.block.setFloat("intensity", 4.0f);
-    light.apply();
     const double h = c.h * kPiD / 180, v = c.v * kPiD / 180;
     const float local[3] = {float(std::sin(v) * std::cos(h)), float(-std::cos(v)), float(-std::sin(v) * std::sin(h))};
-    ShadingState s = lightSampleState(2.0f);
+    ShadingState s = lightSample(2.0f);
     for (int j = 0; j < 3; ++j)
       s.lightDirection[j] = local[0] * rotation[j] + local[1] * rotation[4 + j] + local[2] * rotation[8 + j];
     ScriptedContext context;
-    EXPECT_NEAR(shaded(light, context, s).lightColor[2], c.candela, 1e-3f * c.candela + 1e-3f);
+    const Params params{
+        {"web", {}, samplers[size_t(c.web)].get()}, {"webRotationMatrix", rotation}, {"intensity", {4}}};
+    EXPECT_NEAR(shade("velk_qora_Lgt_PhotometricWeb", params, s, context).lightColor[2], c.candela,
+                1e-3f * c.candela + 1e-3f);
     EXPECT_EQ(context.totalCalls(), c.candela > 0 ? 1 : 0);
   }
-  TestShader unbound("velk_qora_Lgt_PhotometricWeb");  // no web: black, no shadow asked
-  unbound.apply();
-  ScriptedContext context;
-  expectColor(shaded(unbound, context, lightSampleState()).lightColor, {0, 0, 0});
+  ScriptedContext context;  // no web: black, no shadow asked
+  expectBits(shade("velk_qora_Lgt_PhotometricWeb", {}, lightSample(), context).lightColor, {0, 0, 0});
   EXPECT_EQ(context.totalCalls(), 0);
 }
 

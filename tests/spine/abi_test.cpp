@@ -7,8 +7,11 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <regex>
 #include <set>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -105,7 +108,10 @@ int slotOfKind(kvi::host::ParamKind kind) {
   return -1;
 }
 
-TEST(Abi, EveryShaderAnswersItsKindSupportAndVersionThroughTheSlots) {
+// Every shader answers its version, support and kind through the slots, and
+// its declarations reach the binder slots of each parameter's kind in the
+// order, with the field offsets and the mask, that the host's table records.
+TEST(Abi, EveryShaderAnswersThroughItsSlotsAndDeclaresThroughTheBinderSlots) {
   ASSERT_FALSE(testModule().shaderNames().empty());
   for (const auto& name : testModule().shaderNames()) {
     SCOPED_TRACE(name);
@@ -115,16 +121,8 @@ TEST(Abi, EveryShaderAnswersItsKindSupportAndVersionThroughTheSlots) {
     auto shader = testModule().create(factory);
     EXPECT_EQ(callSlot<int32_t>(shader.get(), 3), 1);
     EXPECT_EQ(callSlot<int32_t>(shader.get(), 4), kKnownShaders.at(name));
-  }
-}
-
-TEST(Abi, DeclarationsReachTheBinderSlotsOfTheContract) {
-  for (const auto& name : testModule().shaderNames()) {
-    SCOPED_TRACE(name);
-    auto shader = testModule().create(name);
     MirrorBinder binder{kBinderTable.data(), shader.get(), {}};
     callSlot<void>(shader.get(), 1, static_cast<void*>(&binder));
-
     const auto info = kvi::test::testShaderInfo(name);
     ASSERT_FALSE(binder.calls.empty());
     EXPECT_EQ(binder.calls[0].slot, 1);
@@ -134,10 +132,8 @@ TEST(Abi, DeclarationsReachTheBinderSlotsOfTheContract) {
       const auto& call = binder.calls[i];
       if (call.slot == 40) {
         ASSERT_LT(varying, info->varyings.size());
-        EXPECT_EQ(call.name, info->varyings[varying].name);
-        EXPECT_EQ(call.value, info->varyings[varying].kind);
-        EXPECT_EQ(call.offset, long(info->varyings[varying].offset));
-        ++varying;
+        const auto& v = info->varyings[varying++];
+        EXPECT_EQ(std::tie(call.name, call.value, call.offset), std::tie(v.name, v.kind, v.offset));
         continue;
       }
       ASSERT_LT(parameter, info->parameters.size()) << "unexpected call of slot " << call.slot;
@@ -195,25 +191,18 @@ TEST(Abi, ModuleExportsNothingButShaderEntryPoints) {
   const std::string command = std::string(KVI_NM) + " -D --defined-only " + testModule().path();
   FILE* pipe = popen(command.c_str(), "r");
   ASSERT_NE(pipe, nullptr);
+  const std::regex entry(R"((\w+)_(create|getAPIVersion))");
   std::map<std::string, std::set<std::string>> exports;
   char line[1024];
   int lines = 0;
-  while (std::fgets(line, sizeof line, pipe)) {
-    ++lines;
-    std::string symbol(line);
-    symbol = symbol.substr(symbol.find_last_of(' ') + 1);
-    symbol.erase(symbol.find_last_not_of("\r\n") + 1);
-    bool matched = false;
-    for (const char* suffix : {"_create", "_getAPIVersion"}) {
-      const std::string s(suffix);
-      if (symbol.size() > s.size() && symbol.compare(symbol.size() - s.size(), s.size(), s) == 0) {
-        const std::string shader = symbol.substr(0, symbol.size() - s.size());
-        EXPECT_TRUE(kKnownShaders.count(shader)) << symbol;
-        exports[shader].insert(s);
-        matched = true;
-      }
-    }
+  for (; std::fgets(line, sizeof line, pipe); ++lines) {
+    std::istringstream fields(line);
+    std::string symbol;
+    while (fields >> symbol) continue;  // the last field
+    std::smatch m;
+    const bool matched = std::regex_match(symbol, m, entry) && kKnownShaders.count(m[1]);
     EXPECT_TRUE(matched) << "unexpected dynamic symbol: " << symbol;
+    if (matched) exports[m[1]].insert(m[2]);
   }
   EXPECT_EQ(pclose(pipe), 0);
   EXPECT_GT(lines, 0);
