@@ -4,17 +4,10 @@
 // sampler, whose directions must follow the density it reports).
 #include "materials/physical/shared.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <random>
-#include <vector>
 
-#include "scripted_context.h"
 #include "statistics.h"
-#include "test_shader.h"
+#include "tables.h"
 
 namespace kvi::test {
 namespace {
@@ -22,7 +15,6 @@ namespace {
 using namespace kvi::physical;
 using V = std::vector<float>;
 
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 const float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 const TextureRef kNone{nullptr, -1};
 

@@ -11,6 +11,7 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -78,6 +79,14 @@ struct RecordingSampler : ITextureSampler {
     coords.emplace_back(c, c + dimensions);
     std::copy(texel.begin(), texel.end(), out);
   }
+};
+
+// A host whose samples are random, from a seed; its other answers are BaseContext's.
+struct RandomContext : host::BaseContext {
+  explicit RandomContext(uint32_t seed = 1) : rng(seed) {}
+  float nextSample1D() override { return float(rng() >> 8) * 0x1p-24f; }
+  const float* nextSample2D(float b[2]) override { return b[0] = nextSample1D(), b[1] = nextSample1D(), b; }
+  std::mt19937 rng;
 };
 
 // isRayKind answers the matching bits themselves: a host may answer any

@@ -10,6 +10,12 @@ namespace {
 
 MaterialShader* material(IShaderBase* s) { return static_cast<MaterialShader*>(s); }
 
+// A material operation through its slot, for the table of operations.
+template <void (MaterialShader::*Operation)(IShadingContext*, ShadingState*)>
+void callMaterial(IShaderBase* s, IShadingContext* c, ShadingState* st) {
+  (material(s)->*Operation)(c, st);
+}
+
 float randomFloat(std::mt19937& rng) {
   std::uniform_int_distribution<int> pick(0, 19);
   switch (pick(rng)) {
@@ -131,26 +137,26 @@ ShadingState randomState(std::mt19937& rng) {
 
 std::vector<std::unique_ptr<Variation>> variationsOf(const std::string& name, int randomCount, uint32_t seed) {
   std::vector<std::unique_ptr<Variation>> all;
+  auto add = [&](std::string label) {
+    all.push_back(std::make_unique<Variation>());
+    all.back()->label = std::move(label);
+    all.back()->shader = std::make_unique<TestShader>(name);
+    return all.back().get();
+  };
   for (const auto& preset : presetsOf(name)) {
-    auto v = std::make_unique<Variation>();
-    v->label = "preset " + preset.variant;
-    v->shader = std::make_unique<TestShader>(name);
+    Variation* v = add("preset " + preset.variant);
     PresetFixture f{v->shader->block, v->state, v->context, v->owned};
     prepareFixture(f);
     preset.configure(f);
     v->shader->apply();
-    all.push_back(std::move(v));
   }
   std::mt19937 rng(seed);
   for (int k = 0; k < randomCount; ++k) {
-    auto v = std::make_unique<Variation>();
-    v->label = "random " + std::to_string(k);
-    v->shader = std::make_unique<TestShader>(name);
+    Variation* v = add("random " + std::to_string(k));
     v->state = randomState(rng);
     randomParameters(*v, rng);
     randomContext(v->context, rng);
     v->shader->apply();
-    all.push_back(std::move(v));
   }
   return all;
 }
@@ -160,27 +166,13 @@ const std::vector<ShadingOperation>& shadingOperations() {
       {"shade", kOpLightShade,
        [](IShaderBase* s, IShadingContext* c, ShadingState* st) { static_cast<LightShader*>(s)->shade(c, st); }},
       {"shade", kOpEnvironmentShade,
-       [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         static_cast<EnvironmentShader*>(s)->shade(c, st);
-       }},
-      {"testCutout", kOpTestCutout, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->testCutout(c, st);
-       }},
-      {"evaluateRadiance", kOpEvaluateRadiance, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->evaluateRadiance(c, st);
-       }},
-      {"shadeSurface", kOpShadeSurface, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->shadeSurface(c, st);
-       }},
-      {"shadowTransmission", kOpShadowTransmission, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->shadowTransmission(c, st);
-       }},
-      {"evaluateBsdf", kOpEvaluateBsdf, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->evaluateBsdf(c, st);
-       }},
-      {"sampleBsdf", kOpSampleBsdf, [](IShaderBase* s, IShadingContext* c, ShadingState* st) {
-         material(s)->sampleBsdf(c, st);
-       }},
+       [](IShaderBase* s, IShadingContext* c, ShadingState* st) { static_cast<EnvironmentShader*>(s)->shade(c, st); }},
+      {"testCutout", kOpTestCutout, callMaterial<&MaterialShader::testCutout>},
+      {"evaluateRadiance", kOpEvaluateRadiance, callMaterial<&MaterialShader::evaluateRadiance>},
+      {"shadeSurface", kOpShadeSurface, callMaterial<&MaterialShader::shadeSurface>},
+      {"shadowTransmission", kOpShadowTransmission, callMaterial<&MaterialShader::shadowTransmission>},
+      {"evaluateBsdf", kOpEvaluateBsdf, callMaterial<&MaterialShader::evaluateBsdf>},
+      {"sampleBsdf", kOpSampleBsdf, callMaterial<&MaterialShader::sampleBsdf>},
   };
   return all;
 }
