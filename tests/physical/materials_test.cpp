@@ -15,11 +15,16 @@ namespace {
 
 using namespace kvi::physical;
 
+// The physically based materials and the Ward material: the mirror requests
+// no varyings, and shadeSurface writes a fixed colour whatever the hit.
 TEST(PhysicalMaterials, DeclarationsAndFixedSurfaceResults) {
   struct Case { const char* name; uint32_t mask; size_t parameters; bool varyings; float surface[4]; };
   for (const Case& c : {Case{"velk_qora_Mtl_Metal", 63, 69, true, {1, 0, 0, 1}},
                         Case{"velk_qora_Mtl_Glazing", 63, 29, true, {1, 0.1f, 1, 1}},
-                        Case{"velk_qora_Mtl_Mirror", 61, 8, false, {1, 0, 0, 0}}}) {
+                        Case{"velk_qora_Mtl_Mirror", 61, 8, false, {1, 0, 0, 0}},
+                        Case{"velk_qora_Mtl_Dielectric", 63, 27, true, {1, 0.1f, 1, 1}},
+                        Case{"velk_qora_Mtl_MetallicPaint", 55, 34, true, {1, 0.1f, 1, 1}},
+                        Case{"velk_qora_Mtl_Ward", 63, 95, true, {1, 0.1f, 1, 1}}}) {
     TestShader shader(c.name);
     std::string varyings;
     for (const auto& v : shader.info->varyings) varyings += v.name + "@" + std::to_string(v.offset) + " ";
@@ -30,19 +35,6 @@ TEST(PhysicalMaterials, DeclarationsAndFixedSurfaceResults) {
     shader.material()->shadeSurface(nullptr, &state);
     for (int i = 0; i < 4; ++i) EXPECT_BITEQ(state.surfaceResult[i], c.surface[i]) << c.name;
   }
-}
-
-// A material as a host hands it its first hit: prepareFixture's head-on hit
-// with an identity frame and identity transforms, then `params`.
-MaterialShader* prepared(const char* name, const Params& params, ShadingState& state) {
-  TestShader& shader = configured(name, {});
-  host::BaseContext unused;
-  std::vector<std::shared_ptr<void>> owned;
-  PresetFixture fixture{shader.block, state, unused, owned};
-  prepareFixture(fixture);
-  setParams(shader.block, params);
-  shader.apply();
-  return shader.material();
 }
 
 // A metal where the written steps give closed forms head on: F =

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "presets.h"
 #include "test_shader.h"
 
 namespace kvi::test {
@@ -67,6 +68,20 @@ inline TestShader& configured(const std::string& name, const Params& params) {
   setParams(shader->block, params);
   shader->apply();
   return *shader;
+}
+
+// A material as a host hands it its first hit: `state` gets prepareFixture's
+// head-on hit (identity frame, uv (0.25, 0.75)), the shader identity
+// transforms where it leaves them unset, then `params`.
+inline MaterialShader* prepared(const std::string& name, const Params& params, ShadingState& state) {
+  TestShader& shader = configured(name, {});
+  host::BaseContext unused;
+  std::vector<std::shared_ptr<void>> owned;
+  PresetFixture fixture{shader.block, state, unused, owned};
+  prepareFixture(fixture);
+  setParams(shader.block, params);
+  shader.apply();
+  return shader.material();
 }
 
 // Answers a fixed texel and records the first `dimensions` coordinates of every look-up.
