@@ -296,12 +296,17 @@ TEST(WardMaterial, FixedBodiesEmissionShadowsAndCutouts) {
     EXPECT_EQ(s.radianceDone, 1);
   }
   // A fully transparent, fully translucent black surface lets w^2 through,
-  // w = 1 - 0.68169016; a cutout without a map covers nothing.
+  // w = T (1 - 0.68169016), T halved by a per-object alpha of 0.5; a cutout
+  // without a map covers nothing.
   const Params clear{{"u_transparency", {1}}, {"u_transparencyValue", {1}}, {"u_translucencyValue", {1}}};
-  ward(clear, s)->shadowTransmission(&context, &s);
-  EXPECT_FLOAT_EQ(s.shadowTransmission[0], (1.0f - 0.68169016f) * (1.0f - 0.68169016f));
-  ward(clear + Params{{"u_cutoutMapEnable", {1}}}, s)->shadowTransmission(&context, &s);
-  EXPECT_EQ(s.shadowTransmission[1], 1.0f);
+  const Params halfAlpha{{"u_colorByObject", {1}}, {"u_extra_color_and_alpha_is_set", {1}},
+                         {"u_extra_color_and_alpha", {0, 0, 0, 0.5f}}};
+  const float w = 1.0f - 0.68169016f;
+  for (const auto& [params, passed] : {std::pair{clear, w * w}, {clear + halfAlpha, 0.25f * w * w},
+                                       {clear + Params{{"u_cutoutMapEnable", {1}}}, 1.0f}}) {
+    ward(params, s)->shadowTransmission(&context, &s);
+    EXPECT_NEAR(s.shadowTransmission[1], passed, 1e-6f);
+  }
   // The decal rectangle, then the clipping planes (keeping z > 1).
   static host::ClippingPlaneTable table({{0, 0, 1, -1}});
   MaterialShader* cutting = ward({{"u_isDecal", {1}},
@@ -388,6 +393,14 @@ TEST(WardMaterial, GlossySamplingFollowsItsDensityAndMatchesEvaluation) {
   const HemisphereChiSquare r = hemisphereChiSquare(draw, density, kSamples, 8, 12, 16);
   EXPECT_NEAR(r.expectedInside, drawn, 0.01 * kSamples);
   EXPECT_GT(r.pValue, 1e-3);
+  // The host's glossiness bias (0.3 - 0.2) widens the lobe: less at its peak.
+  ShadingState peak = state;
+  peak.sampledDirection[0] = 0.6f, peak.sampledDirection[2] = 0.8f;
+  ShadingState biased = peak;
+  biased.glossinessBias = 0.2f;
+  m->evaluateBsdf(&context, &peak);
+  m->evaluateBsdf(&context, &biased);
+  EXPECT_LT(biased.bsdfWeight[0], 0.5f * peak.bsdfWeight[0]);
 }
 
 // The nine variants: node parameters, and where their lists start and end.
