@@ -184,7 +184,10 @@ TEST(Dielectric, WhiteFurnaceGainsNothingAndSmoothGlassLosesNothing) {
 // The directions sampleBsdf draws on each side of the surface follow the
 // density evaluateBsdf reports there (the draws that leave on the other
 // side, are absorbed or take the mirror coat fill the bin of failed draws),
-// and each weight is the BSDF over that density.
+// and each weight is the BSDF over that density. The chi-square bins and
+// integrates in z = 1 - 2 theta / pi, even in the polar angle theta, which
+// resolves lobes that peak at the poles (the density gains the Jacobian
+// sin theta pi / 2).
 TEST(Dielectric, SampledDirectionsFollowTheReportedDensity) {
   struct Case { std::string label; const char* shader; Params params; };
   std::vector<Case> cases = {{"glass 0.5", kGlass, roughGlass(0.5f)}, {"glass 0.8", kGlass, roughGlass(0.8f)}};
@@ -201,14 +204,22 @@ TEST(Dielectric, SampledDirectionsFollowTheReportedDensity) {
           RandomContext context(11);
           auto draw = [&](float l[3]) {
             const ShadingState s = m.sample(context, m.hit(view, front));
-            if (s.lobeFlags == 0 || s.lobeFlags == 4 || !(s.sampledDirection[2] * side > 0.0f)) return false;
-            const ShadingState e = m.evaluate(view, load(s.sampledDirection), front);
+            const Vec d = load(s.sampledDirection);
+            if (s.lobeFlags == 0 || s.lobeFlags == 4 || !(d[2] * side > 0.0f)) return false;
+            const ShadingState e = m.evaluate(view, d, front);
             EXPECT_NEAR(s.bsdfWeight[0], e.bsdfWeight[0] / e.pdf, 1e-3f * s.bsdfWeight[0] + 1e-5f);
-            l[0] = s.sampledDirection[0], l[1] = s.sampledDirection[1], l[2] = s.sampledDirection[2] * side;
+            const double r = std::hypot(d[0], d[1]), z = 1.0 - std::acos(std::min(1.0, double(d[2] * side))) / (M_PI / 2);
+            const double scale = r > 0.0 ? std::sqrt(1.0 - z * z) / r : 0.0;
+            l[0] = float(d[0] * scale), l[1] = float(d[1] * scale), l[2] = float(z);
             return true;
           };
-          auto density = [&](const float l[3]) { return m.evaluate(view, {l[0], l[1], l[2] * side}, front).pdf; };
-          const HemisphereChiSquare r = hemisphereChiSquare(draw, density, 60000, 12, 24, 32);
+          auto density = [&](const float l[3]) {
+            const double theta = (1.0 - l[2]) * M_PI / 2, r = std::hypot(l[0], l[1]);
+            const double scale = r > 0.0 ? std::sin(theta) / r : 0.0;
+            const Vec d{float(l[0] * scale), float(l[1] * scale), float(side * std::cos(theta))};
+            return m.evaluate(view, d, front).pdf * std::sin(theta) * M_PI / 2;
+          };
+          const HemisphereChiSquare r = hemisphereChiSquare(draw, density, 60000, 12, 24, 12);
           EXPECT_GT(r.pValue, 1e-5);
           EXPECT_LT(r.pooledObserved, r.pooledExpected + 5.0 * std::sqrt(r.pooledExpected + 1.0))
               << "samples where the density predicts none";
