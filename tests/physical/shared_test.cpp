@@ -135,6 +135,8 @@ TEST(PhysicalLobes, CurvesLobeHemisphereAndHsl) {
   EXPECT_BITEQ(reflectanceCurve(7.0f), reflectanceCurve(1.0f));
   EXPECT_BITEQ(reflectanceCurve(0.5f), 0.0463f * 0.0625f - 2.4278f * 0.125f + 5.3416f * 0.25f - 3.9282f * 0.5f + 1.0f);
   EXPECT_NEAR(samplingWidth(reflectanceCurve(1.0f)), 0.0, 1e-6);  // the floor 0.0319 maps to a mirror
+  EXPECT_BITEQ(samplingWidth(0.05f), (0.05f - 0.0319f) * 1.468429f);  // the written remap, to the bit
+  EXPECT_BITEQ(samplingWidth(0.1f), 0.1f);
   EXPECT_BITEQ(angularReflectivity(1.0f, 0.25f, 1.0f, 5.0f), 0.25f);
   EXPECT_BITEQ(angularReflectivity(-3.0f, 0.25f, 1.0f, 5.0f), 1.0f);
   const float o[3] = {0, 0, 0}, flat[3] = {1, 0, 0}, up[3] = {0, 0, 2}, slope[3] = {0.3f, -0.2f, 1.0f};
