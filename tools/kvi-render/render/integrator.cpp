@@ -312,9 +312,8 @@ MaterialTraits materialTraits(const Material& material) {
 
 // ---- ray types ------------------------------------------------------------
 
-RayType Integrator::limited(RayType type) const {
+void Integrator::limitDepth(RayType& type) const {
   if (type.depth >= scene_.settings.maxDepth) type.pathKind = kPassThroughOnly;
-  return type;
 }
 
 RayType Integrator::scattered(const RayType& parent, int32_t lobeFlags) const {
@@ -334,7 +333,8 @@ RayType Integrator::scattered(const RayType& parent, int32_t lobeFlags) const {
     next.diffuseSampled = true;
     next.seesEmitters = false;
   }
-  return limited(next);
+  limitDepth(next);
+  return next;
 }
 
 RayType Integrator::gatherRay(const RayType& parent) const {
@@ -345,14 +345,16 @@ RayType Integrator::gatherRay(const RayType& parent) const {
   next.flags = kRandomLobeChoiceFlag;
   next.diffuseSampled = true;
   next.seesEmitters = false;
-  return limited(next);
+  limitDepth(next);
+  return next;
 }
 
 RayType Integrator::tracedRay(const RayType& parent) const {
   RayType next = parent;
   next.depth = parent.depth + 1;
   next.kindBits = (parent.kindBits & ~kCameraRay) | kSecondaryRay | kTracedRay;
-  return limited(next);
+  limitDepth(next);
+  return next;
 }
 
 RayType Integrator::shadowRay(const RayType& parent) const {
@@ -410,7 +412,9 @@ Vec3 Integrator::cameraSample(int x, int y, PathState& path, float& alpha) const
   const float sy = (1.0f - 2.0f * path.raster[1] / float(scene_.settings.height)) * tanHalfFov_;
   const Vec3 direction = normalize(cameraForward_ + cameraRight_ * sx + cameraUp_ * sy);
   alpha = 0.0f;
-  return tracePath(scene_.camera.position, direction, limited(RayType{}), path, &alpha);
+  RayType camera;
+  limitDepth(camera);
+  return tracePath(scene_.camera.position, direction, camera, path, &alpha);
 }
 
 Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState& path, float* alpha) const {

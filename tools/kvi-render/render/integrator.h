@@ -139,7 +139,8 @@ class Integrator {
   Vec3 emitterRadiance(int light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
   Vec3 ownEmitterRadiance(const Light& light, const SurfacePoint& surface, Vec3 direction, PathState& path) const;
   bool followMovedSample(const ShadingState& state, Vec3 given, const Vertex& vertex, Vec3& towards) const;
-  RayType limited(RayType type) const;
+  // Past the maximum depth a ray only passes straight through surfaces.
+  void limitDepth(RayType& type) const;
 
   const Scene& scene_;
   const Tracer& tracer_;

@@ -1,5 +1,11 @@
 #include "render/tracer.h"
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include <bit>
+#include <cstddef>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -158,18 +164,23 @@ void growBounds(Vec3& lo, Vec3& hi, Vec3 p) {
   hi = {std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)};
 }
 
-RTCRay makeRay(Vec3 origin, Vec3 direction, float tfar) {
-  RTCRay ray{};
-  ray.org_x = origin.x;
-  ray.org_y = origin.y;
-  ray.org_z = origin.z;
-  ray.dir_x = direction.x;
-  ray.dir_y = direction.y;
-  ray.dir_z = direction.z;
-  ray.tnear = 0.0f;
-  ray.tfar = tfar;
-  ray.mask = 0xFFFFFFFFu;
-  return ray;
+// Fills a ray in place, sixteen bytes at a time: the kernel reads the origin
+// and tnear, the direction and time, and tfar to flags as vectors, and a
+// vector load of bytes written by narrower stores waits until they have left
+// the store buffer (about as long as a third of a ray's traversal here).
+static_assert(offsetof(RTCRay, tnear) == 12 && offsetof(RTCRay, dir_x) == 16 && offsetof(RTCRay, time) == 28 &&
+              offsetof(RTCRay, tfar) == 32 && offsetof(RTCRay, flags) == 44, "the ray's fields in groups of four");
+void setRay(RTCRay& ray, Vec3 origin, Vec3 direction, float tfar) {
+#if defined(__SSE2__)
+  _mm_storeu_ps(&ray.org_x, _mm_setr_ps(origin.x, origin.y, origin.z, 0.0f));
+  _mm_storeu_ps(&ray.dir_x, _mm_setr_ps(direction.x, direction.y, direction.z, 0.0f));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(&ray.tfar),
+                   _mm_setr_epi32(std::bit_cast<int>(tfar), -1 /* mask: every geometry */, 0, 0));
+#else
+  ray.org_x = origin.x, ray.org_y = origin.y, ray.org_z = origin.z, ray.tnear = 0.0f;
+  ray.dir_x = direction.x, ray.dir_y = direction.y, ray.dir_z = direction.z, ray.time = 0.0f;
+  ray.tfar = tfar, ray.mask = 0xFFFFFFFFu, ray.id = 0, ray.flags = 0;
+#endif
 }
 
 }  // namespace
@@ -221,8 +232,8 @@ bool Tracer::intersect(Vec3 origin, Vec3 direction, float tfar, HitFilter* filte
   rtcInitIntersectContext(&context.embree);
   context.embree.filter = filter ? contextFilter : nullptr;
   context.filter = filter;
-  RTCRayHit rayhit{};
-  rayhit.ray = makeRay(origin, direction, tfar);
+  RTCRayHit rayhit;
+  setRay(rayhit.ray, origin, direction, tfar);
   rayhit.hit.geomID = RTC_INVALID_GEOMETRY_ID;
   rayhit.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
   rtcIntersect1(top_, &context.embree, &rayhit);
@@ -240,7 +251,8 @@ bool Tracer::occluded(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter
   rtcInitIntersectContext(&context.embree);
   context.embree.filter = filter ? contextFilter : nullptr;
   context.filter = filter;
-  RTCRay ray = makeRay(origin, direction, tfar);
+  RTCRay ray;
+  setRay(ray, origin, direction, tfar);
   rtcOccluded1(top_, &context.embree, &ray);
   return ray.tfar < 0.0f;
 }
