@@ -518,8 +518,9 @@ Vec3 Integrator::tracePath(Vec3 origin, Vec3 direction, RayType type, PathState&
       origin = offsetPoint(tracer_, sp.position, vertex.geometricNormal, direction);
       continue;
     }
-    const Vec3 next = normalize(load3(state.sampledDirection));
-    if (type.depth >= scene_.settings.maxDepth || !isFinite(next) || !(length(next) > 0.5f)) break;
+    bool unit;
+    const Vec3 next = normalize(load3(state.sampledDirection), unit);
+    if (type.depth >= scene_.settings.maxDepth || !(unit || (isFinite(next) && length(next) > 0.5f))) break;
     type = scattered(type, lobe);
     origin = offsetPoint(tracer_, sp.position, vertex.geometricNormal, next);
     direction = next;
@@ -778,8 +779,9 @@ Vec3 Integrator::gatherIrradiance(Vec3 position, Vec3 normal, const Vertex* vert
   // ray's path carries its own diffuse bounces.
   const int samples = scene_.settings.gatherSamples;
   if ((type.kindBits & kIlluminationRay) || type.depth >= scene_.settings.maxDepth || samples <= 0) return {};
-  const Vec3 n = normalize(normal);
-  if (!isFinite(n) || !(length(n) > 0.5f)) return {};
+  bool unit;
+  const Vec3 n = normalize(normal, unit);
+  if (!(unit || (isFinite(n) && length(n) > 0.5f))) return {};
   const Vec3 ng = vertex ? vertex->geometricNormal : n;
   Vec3 t, b;
   orthonormalBasis(n, t, b);

@@ -50,6 +50,17 @@ inline Vec3 normalize(Vec3 a) {
   return l > 0.0f && std::isfinite(l) ? a / l : a;
 }
 
+// normalize(a), telling in `unit` when the result is for certain a finite
+// vector within rounding of unit length: when the length was a normal float,
+// neither tiny nor huge. Callers that check the result with a second square
+// root (length(n) > 0.5f) need it only when `unit` is false; done for speed,
+// as that root sits on every bounce's critical path.
+inline Vec3 normalize(Vec3 a, bool& unit) {
+  const float l = length(a);
+  unit = l >= 1e-18f && l <= 1e18f;
+  return l > 0.0f && std::isfinite(l) ? a / l : a;
+}
+
 // Two unit vectors completing n (unit) to a right-handed orthonormal frame.
 inline void orthonormalBasis(Vec3 n, Vec3& t, Vec3& b) {
   const float sign = std::copysign(1.0f, n.z);

@@ -183,6 +183,18 @@ void setRay(RTCRay& ray, Vec3 origin, Vec3 direction, float tfar) {
 #endif
 }
 
+// The world-space unit normal of a mesh triangle of an object, facing where
+// its winding does.
+Vec3 worldGeometricNormal(const Object& object, const Mesh& mesh, size_t triangle) {
+  const uint32_t* tri = &mesh.indices[triangle * 3];
+  const Vec3 p0 = mesh.positions[tri[0]], p1 = mesh.positions[tri[1]], p2 = mesh.positions[tri[2]];
+  return normalize(object.toObject.transposedVector(cross(p1 - p0, p2 - p0)));
+}
+
+// Above this many triangle instances the geometric normals are worked out at
+// each hit instead of kept (twelve bytes each).
+constexpr size_t kMaxKeptNormals = size_t(1) << 24;
+
 }  // namespace
 
 Tracer::Tracer(const Scene& scene) : scene_(scene) {
@@ -219,6 +231,22 @@ Tracer::Tracer(const Scene& scene) : scene_(scene) {
     radius_ = std::max(1e-3f, 0.5f * length(hi - lo));
   }
   offsetScale_ = 2e-6f * std::max(1.0f, radius_);
+
+  size_t triangles = 0;
+  for (const Object& object : scene.objects) {
+    const Prototype& p = scene.prototypes[size_t(object.prototype)];
+    if (p.kind == Prototype::Kind::Mesh) triangles += p.mesh->triangleCount();
+  }
+  if (triangles > kMaxKeptNormals) return;
+  geometricNormals_.resize(scene.objects.size());
+  for (size_t i = 0; i < scene.objects.size(); ++i) {
+    const Object& object = scene.objects[i];
+    const Prototype& p = scene.prototypes[size_t(object.prototype)];
+    if (p.kind != Prototype::Kind::Mesh) continue;
+    geometricNormals_[i].resize(p.mesh->triangleCount());
+    for (size_t t = 0; t < geometricNormals_[i].size(); ++t)
+      geometricNormals_[i][t] = worldGeometricNormal(object, *p.mesh, t);
+  }
 }
 
 Tracer::~Tracer() {
@@ -285,12 +313,14 @@ SurfacePoint Tracer::surface(const HitRecord& hit, Vec3 origin, Vec3 direction, 
   const float b0 = 1.0f - hit.u - hit.v, b1 = hit.u, b2 = hit.v;
   const Vec3 p0 = mesh.positions[tri[0]], p1 = mesh.positions[tri[1]], p2 = mesh.positions[tri[2]];
   sp.position = object.toWorld.point(p0 * b0 + p1 * b1 + p2 * b2);
-  sp.geometricNormal = normalize(object.toObject.transposedVector(cross(p1 - p0, p2 - p0)));
+  sp.geometricNormal = geometricNormals_.empty() ? worldGeometricNormal(object, mesh, hit.primitive)
+                                                 : geometricNormals_[size_t(hit.object)][hit.primitive];
   Vec3 shading = sp.geometricNormal;
   if (!mesh.normals.empty()) {
     const Vec3 n = mesh.normals[tri[0]] * b0 + mesh.normals[tri[1]] * b1 + mesh.normals[tri[2]] * b2;
-    const Vec3 world = normalize(object.toObject.transposedVector(n));
-    if (length(world) > 0.5f) shading = world;
+    bool unit;
+    const Vec3 world = normalize(object.toObject.transposedVector(n), unit);
+    if (unit || length(world) > 0.5f) shading = world;
   }
   sp.shadingNormal = shading;
   if ((attributes & kUv) && !mesh.uvs.empty()) {

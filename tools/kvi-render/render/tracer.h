@@ -75,6 +75,10 @@ class Tracer {
   RTCDevice device_ = nullptr;
   RTCScene top_ = nullptr;
   std::vector<RTCScene> prototypes_;
+  // Per object, the world-space geometric normal of each triangle of its
+  // mesh, made once so that a hit reads it instead of working it out (empty
+  // for spheres, and for every object in scenes with too many triangles).
+  std::vector<std::vector<Vec3>> geometricNormals_;
   Vec3 centre_;
   float radius_ = 1.0f;
   float offsetScale_ = 1e-5f;
