@@ -752,7 +752,11 @@ Vec3 Integrator::environment(Vec3 direction, const RayType& type, PathState& pat
   return load3(state.surfaceResult);
 }
 
-Vec3 Integrator::shadowTransmission(Vec3 from, Vec3 to, const Vertex* vertex, PathState& path) const {
+// Inlined into its one caller, which loads the points from the shader's
+// arrays: called, it took them through the stack in pieces that its reads
+// then waited for.
+[[gnu::always_inline]] inline Vec3 Integrator::shadowTransmission(Vec3 from, Vec3 to, const Vertex* vertex,
+                                                                  PathState& path) const {
   Vec3 origin = from;
   if (vertex) origin = offsetPoint(tracer_, from, vertex->geometricNormal, to - from);
   const Vec3 d = to - origin;
