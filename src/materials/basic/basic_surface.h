@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "frame/constants.h"
 #include "frame/surface.h"
 #include "kvi/context.h"
 #include "kvi/shader.h"
@@ -50,13 +51,12 @@ namespace kvi::basic {
 inline constexpr uint32_t kSurfaceOperations = kOpTestCutout | kOpEvaluateRadiance | kOpShadeSurface |
                                                kOpShadowTransmission | kOpEvaluateBsdf | kOpSampleBsdf;
 
-inline constexpr float kTwoPi = 6.283186f;
-inline constexpr float kInvPi = 0.31830984f;  // 0x3EA2F982, the factor of the evaluated BSDF and the gathered light
+using ::kvi::kInvPi;
+using ::kvi::kMinDiffuseCosine;
+using ::kvi::kTwoPi;
 // The diffuse pick of sampleBsdf stores 0.3183099 (0x3EA2F984), two units in
 // the last place above kInvPi. Both are kept deliberately.
 inline constexpr float kDiffuseDensity = 0.3183099f;
-// The lowest cosine a sampled diffuse direction may have (sin of one degree).
-inline constexpr float kMinDiffuseCosine = 0.01745241f;
 // max(E) must exceed this for gathered light to count.
 inline constexpr float kIrradianceFloor = 1e-5f;
 // Where the family's two varyings sit in the state's varying area.

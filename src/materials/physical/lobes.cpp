@@ -8,9 +8,6 @@
 namespace kvi::physical {
 namespace {
 
-// The lowest height of a sampled diffuse direction (cos 89 degrees).
-constexpr float kMinDiffuseCosine = 0.01745241f;
-
 // One channel of hslToRgb: the hexcone ramp between m1 and m2 at hue x.
 float hueRamp(float m1, float m2, float x) {
   if (x < 0.16666667f) return m1 + (m2 - m1) * 6.0f * x;

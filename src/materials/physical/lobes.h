@@ -6,15 +6,15 @@
 
 #include <cmath>
 
+#include "frame/constants.h"
 #include "kvi/context.h"
 
 namespace kvi::physical {
 
-// 2 pi and pi as this family stores them.
-inline constexpr float kTwoPi = 6.283186f;
+// Pi as this family stores it; 2 pi and 1 / pi as the basic materials do.
 inline constexpr float kPi = 3.141593f;
-// 1 / 3.141593, the diffuse factor of the family (bits 0x3EA2F982).
-inline constexpr float kInvPi = 0.31830984f;
+using ::kvi::kInvPi;
+using ::kvi::kTwoPi;
 
 // Glossiness-like x (clamped to [0, 1], NaN as 0) to a lobe width:
 // 0.0463 x^4 - 2.4278 x^3 + 5.3416 x^2 - 3.9282 x + 1, which falls from 1 at

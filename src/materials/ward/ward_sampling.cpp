@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 
 namespace kvi::ward {
 namespace {

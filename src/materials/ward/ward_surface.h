@@ -11,7 +11,7 @@
 #include <cmath>
 #include <cstdint>
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "kvi/context.h"
 #include "kvi/state.h"
 #include "materials/physical/channels.h"

@@ -10,7 +10,7 @@
 // texel (and, for the diffuse colour, the constant too).
 #pragma once
 
-#include "frame/arithmetic.h"
+#include "frame/vector3.h"
 #include "frame/parameters.h"
 #include "frame/surface.h"
 #include "materials/ward/ward_sampling.h"
