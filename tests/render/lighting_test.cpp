@@ -164,7 +164,8 @@ TEST(HostServicesTest, AnswersByKindOfRayBelowAndAtTheDepthLimit) {
     auto probe = [](int mode) { return json{{"shader", "Probe"}, {"parameters", {{"mode", mode}}}}; };
     scene["objects"] = {{{"shape", "sphere"}, {"material", probe(row.mode)}},
                         {{"shape", "sphere"}, {"radius", 10.0}, {"material", probe(0)}}};
-    const float* p = renderScene(scene, probes).pixel(4, 4);
+    const Rendered rendered = renderScene(scene, probes);
+    const float* p = rendered.pixel(4, 4);
     EXPECT_NEAR(p[0], row.kindBits, 1e-4f) << row.what;
     if (row.mode != 2 || row.maxDepth > 0) {
       EXPECT_NEAR(p[1], row.rayKind, 1e-5f) << row.what;
