@@ -113,9 +113,9 @@ class Integrator {
                    LightContribution& out) const;
 
   // Transmission between two points, through transmissive and cut-away
-  // surfaces; emitters cast no shadows. Defined inline in integrator.cpp,
-  // for its one caller there.
-  Vec3 shadowTransmission(Vec3 from, Vec3 to, const Vertex* vertex, PathState& path) const;
+  // surfaces; emitters cast no shadows. Inline, and defined in
+  // integrator.cpp for its one caller there.
+  inline Vec3 shadowTransmission(Vec3 from, Vec3 to, const Vertex* vertex, PathState& path) const;
 
   // Irradiance from illumination rays over the hemisphere of the normal.
   Vec3 gatherIrradiance(Vec3 position, Vec3 normal, const Vertex* vertex, const RayType& type,
