@@ -68,8 +68,8 @@ TEST(NoiseNode, FootprintCapsTheOctavesAndEachOctaveDoublesTheFrequency) {
 }
 
 // Values over a constant basis b: three octaves of fractal and turbulence
-// sums, unknown types, the fade from the average between -3 and 1 level; the
-// fixed built-in fade asks nothing.
+// sums, unknown types, the fade from the average between -3 and 1 level (the
+// fixed built-in fade is pinned by the image fade's mode 4).
 TEST(NoiseNode, TypesLevelsAndTheBuiltInFade) {
   auto value = [](float b, float levels, const ward::NoiseSettings& s) {
     NoiseContext context;
@@ -87,11 +87,6 @@ TEST(NoiseNode, TypesLevelsAndTheBuiltInFade) {
   };
   for (const auto& [label, actual, expected] : rows) EXPECT_FLOAT_EQ(actual, expected) << label;
   EXPECT_LT(value(-0.5f, 3, settings(2, 3, 0.5f, 0.5f, 0.1256065f)), 0.875f);  // softened creases
-  NoiseContext context;
-  float g[3];
-  const float position[3] = {4.0f, -2.0f, 9.0f};
-  ward::builtInNoiseFade(&context, position, g);
-  EXPECT_TRUE(context.asked.empty());  // the footprint hides every octave: the average (image fade mode 4)
 }
 
 // The remap is continuous, 0 at the low threshold and 1 at the high one;
@@ -403,54 +398,41 @@ TEST(WardMaterial, GlossySamplingFollowsItsDensityAndMatchesEvaluation) {
   EXPECT_LT(biased.bsdfWeight[0], 0.5f * peak.bsdfWeight[0]);
 }
 
-// The nine variants: node parameters, and where their lists start and end.
-struct Variant { const char* suffix; int nodeParameters; const char* firstNode; const char* lastNode; };
-const Variant kVariants[] = {
-    {"120b7820", 9, "_ward_diffuse_color_Noise_xform", "_ward_diffuse_color_Noise_phase"},
-    {"33632204", 82, "_ward_normal0_map_Noise_xform",
-     "_ward_diffuse_color_Noise_color2_Noise_color2_UnifiedBitmap_gain"},
-    {"5592d496", 22, "_ward_normal0_map_UnifiedBitmap_xform", "_ward_diffuse_color_Noise_color2_UnifiedBitmap_gain"},
-    {"5ba0bfff", 9, "_ward_normal0_map_Noise_xform", "_ward_normal0_map_Noise_phase"},
-    {"82261344", 22, "_ward_cutout_map_UnifiedBitmap_xform", "_ward_diffuse_color_Noise_color2_UnifiedBitmap_gain"},
-    {"aa598cb4", 34, "_ward_normal0_map_Noise_xform", "_ward_diffuse_color_Noise_color2_UnifiedBitmap_gain"},
-    {"b9aac246", 76, "_ward_normal0_map_UnifiedBitmap_xform", "_ward_diffuse_color_Noise_phase"},
-    {"ccb3a2e6", 17, "_ward_diffuse_color_Noise_xform", "_ward_diffuse_color_Noise_color2_UnifiedBitmap_gain"},
-    {"f05db29e", 37, "_ward_normal0_map_UnifiedBitmap_xform",
-     "_ward_diffuse_color_Tile_mortarColor_UnifiedBitmap_gain"},
-};
-constexpr size_t kCommonParameters = 96;
+// The nine generated variants. Their declarations to the name, kind and default
+// are pinned by docs/parameters.md (the spine suite fails when it is stale);
+// here the rules the generator follows.
+const char* const kVariants[] = {"120b7820", "33632204", "5592d496", "5ba0bfff", "82261344",
+                                 "aa598cb4", "b9aac246", "ccb3a2e6", "f05db29e"};
 
-std::string variantName(const Variant& v) { return std::string(kWard) + "_" + v.suffix; }
+std::string variantName(const char* suffix) { return std::string(kWard) + "_" + suffix; }
 
-TEST(WardVariants, NamesCountsOrderKindsAndDefaults) {
+// The common parameters are the same list in every variant, of the base's
+// kinds; node parameters follow, prefixed, with the normal-map or cutout
+// graph before the diffuse graph, kinds by their names, and the normal map
+// on by default exactly where a graph drives it.
+TEST(WardVariants, CommonListNodeOrderKindsAndDefaults) {
   const auto base = testShaderInfo(kWard);
   std::vector<std::string> common;
   const std::pair<const char*, host::ParamKind> kindBySuffix[] = {
       {"_xform", host::ParamKind::Matrix4}, {"_texture", host::ParamKind::Texture}, {"_gain", host::ParamKind::Color3},
       {"_color1", host::ParamKind::Color4}, {"_randomSeed", host::ParamKind::Int},  {"_perRow", host::ParamKind::Int}};
-  for (const Variant& v : kVariants) {
-    SCOPED_TRACE(v.suffix);
+  for (const char* v : kVariants) {
+    SCOPED_TRACE(v);
     const auto info = testShaderInfo(variantName(v));
     const auto& params = info->parameters;
-    ASSERT_EQ(params.size(), kCommonParameters + size_t(v.nodeParameters));
-    EXPECT_EQ(info->operationMask, 60u);
-    ASSERT_EQ(info->varyings.size(), 3u);
-    EXPECT_EQ(info->varyings[2].name + "@" + std::to_string(info->varyings[2].offset), "uv@24");
     std::vector<std::string> names;
     for (const auto& p : params) names.push_back(p.name);
-    EXPECT_EQ(names.front(), "u_globalClippingMap");
-    EXPECT_EQ(names[kCommonParameters - 1], "u_commonTintColor");
-    EXPECT_EQ(names[kCommonParameters], v.firstNode);
-    EXPECT_EQ(names.back(), v.lastNode);
-    // The same common list everywhere, each shared parameter of the base's kind.
-    const std::vector<std::string> mine(names.begin(), names.begin() + kCommonParameters);
+    const size_t nodes = size_t(std::find_if(names.begin(), names.end(),
+                                             [](const std::string& n) { return n.rfind("_ward_", 0) == 0; }) -
+                                names.begin());
+    ASSERT_LT(nodes, names.size());
+    const std::vector<std::string> mine(names.begin(), names.begin() + long(nodes));
     if (common.empty()) common = mine;
     EXPECT_EQ(mine, common);
-    for (size_t i = 0; i < kCommonParameters; ++i)
+    for (size_t i = 0; i < nodes; ++i)
       if (const auto* same = base->findParameter(names[i])) { EXPECT_EQ(same->kind, params[i].kind) << names[i]; }
-    // Node parameters: the generated prefix, the kinds of their names, the normal-map or cutout graph first.
     bool diffuseSeen = false;
-    for (size_t i = kCommonParameters; i < names.size(); ++i) {
+    for (size_t i = nodes; i < names.size(); ++i) {
       const std::string& n = names[i];
       EXPECT_EQ(n.rfind("_ward_", 0), 0u) << n;
       const bool diffuse = n.rfind("_ward_diffuse_color_", 0) == 0;
@@ -459,7 +441,7 @@ TEST(WardVariants, NamesCountsOrderKindsAndDefaults) {
       for (const auto& [suffix, kind] : kindBySuffix)
         if (n.ends_with(suffix)) { EXPECT_EQ(params[i].kind, kind) << n; }
     }
-    const bool drivesNormal = std::string(v.firstNode).rfind("_ward_normal0_map_", 0) == 0;
+    const bool drivesNormal = names[nodes].rfind("_ward_normal0_map_", 0) == 0;
     EXPECT_EQ(info->findParameter("u_normal0MapEnable")->defaultValue.at(0), drivesNormal ? 1 : 0);
   }
   const auto deep = testShaderInfo(variantName(kVariants[1]));
@@ -470,7 +452,7 @@ TEST(WardVariants, NamesCountsOrderKindsAndDefaults) {
   const auto at = [&](const char* n) { return size_t(bricks->findParameter(n) - bricks->parameters.data()); };
   EXPECT_LT(at("_ward_diffuse_color_Noise_color2_Tile_mortarColor_UnifiedBitmap_gain"),
             at("_ward_diffuse_color_Noise_xform"));
-  EXPECT_EQ(at("_ward_diffuse_color_Noise_color1_Tile_xform"), kCommonParameters + 5);
+  EXPECT_EQ(at("_ward_diffuse_color_Noise_color1_Tile_xform"), common.size() + 5);
 }
 
 // A variant as the showcase configures it (curve power 5, roughness 0.5),
@@ -496,8 +478,8 @@ TEST(WardVariants, FixedBodiesAndAVisiblePatternOutOfTheBox) {
   const float dirs[3][3] = {{0, 0, 1}, {0.6f, 0, 0.8f}, {0, -0.6f, 0.8f}};
   for (int i = 0; i < 3; ++i)
     lights[i] = {{dirs[i][0], dirs[i][1], dirs[i][2]}, 0, {1, 1, 1}, i < 2 ? &lights[i + 1] : nullptr};
-  for (const Variant& v : kVariants) {
-    SCOPED_TRACE(v.suffix);
+  for (const char* v : kVariants) {
+    SCOPED_TRACE(v);
     ShadingState s;
     MaterialShader* m = prepared(variantName(v), {}, s);
     m->evaluateBsdf(nullptr, &s);
