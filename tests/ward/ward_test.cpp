@@ -114,7 +114,7 @@ TEST(NoiseNode, ThresholdRemapIsContinuousThroughItsRamps) {
 
 struct TileFields {
   float xform[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-  float vertical = 4, horizontal = 2, colorVariance = 0, fadeVariance = 0, hGap = 0.04f, vGap = 0.04f, rough = 0;
+  float vertical = 4, horizontal = 2, colorVariance = 0, fadeVariance = 0, hGap = 0.04f, vGap = 0.1f, rough = 0;
   int32_t seed = 1;
   float lineShift = 0.5f, randomShift = 0, changeRow = 2;
   int32_t perRow = 2;
@@ -137,13 +137,15 @@ float tileRed(const TileFields& t, float u, float v) {
   return ward::tileNode(hit, t.view(), {{0.6f, 0.3f, 0.2f, 1.0f}}, {{0.8f, 0.8f, 0.8f, 1.0f}}).c[0];
 }
 
-// Rows 0.25 high, bricks 0.5 long, odd rows shifted by a quarter.
+// Rows 0.25 high, bricks 0.5 long, odd rows shifted by a quarter; joints 0.04
+// wide between bricks and 0.1 high between rows.
 TEST(TileNode, BricksJointsShiftsEditsHolesAndBadSizes) {
   struct Row { const char* what; void (*edit)(TileFields&); float u, v, red; };
   const Row rows[] = {
       {"a brick", nullptr, 0.25f, 0.125f, 0.6f},
       {"the joint at its end", nullptr, 0.49f, 0.125f, 0.8f},
-      {"the joint below it", nullptr, 0.25f, 0.01f, 0.8f},
+      {"the joint below it", nullptr, 0.25f, 0.04f, 0.8f},
+      {"short of the narrower end joint", nullptr, 0.47f, 0.125f, 0.6f},
       {"an odd row's joint", nullptr, 0.25f, 0.375f, 0.8f},
       {"an odd row's brick", nullptr, 0.5f, 0.375f, 0.6f},
       {"repeated far away", nullptr, -3.75f, 5.125f, 0.6f},
@@ -213,18 +215,20 @@ TEST(WardLobe, ThresholdsPureDiffuseAndTheWrittenNormalisation) {
 }
 
 TEST(WardEvents, SnappingBandsAndTheChoice) {
-  for (const auto& [p, banded] : {std::pair{0.003f, 0.0f}, {0.00390625f, 0.08f}, {0.05f, 0.08f}, {0.5f, 0.5f},
-                                  {0.95f, 0.92f}, {0.99609375f, 0.92f}, {0.997f, 1.0f}})
+  const float belowCertainlyNot = std::nextafter(0.00390625f, 0.0f), aboveCertainly = std::nextafter(0.99609375f, 1.0f);
+  for (const auto& [p, banded] : {std::pair{belowCertainlyNot, 0.0f}, {0.00390625f, 0.08f}, {0.05f, 0.08f},
+                                  {0.5f, 0.5f}, {0.95f, 0.92f}, {0.99609375f, 0.92f}, {aboveCertainly, 1.0f}})
     EXPECT_EQ(ward::bandedProbability(p), banded) << p;
   ScriptedContext context;
-  const ward::WardEvent events[3] = {{{0.5f, 0.5f, 0.5f}}, {{0.0005f, 0, 0}}, {{0.25f, 0.5f, 0.0f}}};
+  const ward::WardEvent events[3] = {{{0.5f, 0.5f, 0.5f}}, {{0.0005f, 0, 0}}, {{0.25f, 0.25f, 0.0f}}};
   float scale;
-  context.samples1D = {0.4f};  // p = 0.5 / (0.5 + 0.5): taken
+  const float p = 0.5f / 0.75f;  // the first against all offered (the largest channel of each)
+  context.samples1D = {0.6f};    // taken, weighed by 1 / p
   EXPECT_EQ(ward::chooseEvent(&context, events, 3, scale), 0);
-  EXPECT_EQ(scale, 2.0f);
-  context.samples1D = {0.6f};  // passed over: the second is below 0.001, the third is certain
+  EXPECT_FLOAT_EQ(scale, 1.0f / p);
+  context.samples1D = {0.7f};  // passed over (1 / (1 - p)): the second is below 0.001, the third is certain
   EXPECT_EQ(ward::chooseEvent(&context, events, 3, scale), 2);
-  EXPECT_EQ(scale, 2.0f);
+  EXPECT_FLOAT_EQ(scale, 1.0f / (1.0f - p));
   EXPECT_EQ(context.calls(kNextSample1D), 2);
   const ward::WardEvent nothing[2] = {{{0, 0, 0}}, {{kNaN, 1e-4f, 0}}};
   EXPECT_EQ(ward::chooseEvent(&context, nothing, 2, scale), -1);
