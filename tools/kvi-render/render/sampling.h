@@ -47,26 +47,18 @@ constexpr uint32_t owenScrambleReversed(uint32_t reversed, uint32_t seed) {
 }
 
 // The second dimension of the Sobol sequence (the first is the index's bit
-// reversal), bit-reversed, one table per byte of the index: the sequence is
-// linear in the index's bits, so the XOR of four look-ups replaces a loop
-// over 32 bits and a reversal.
-struct ReversedSecondDimension {
-  uint32_t byte[4][256];
-  constexpr ReversedSecondDimension() : byte{} {
-    for (uint32_t k = 0; k < 4; ++k)
-      for (uint32_t b = 0; b < 256; ++b) {
-        uint32_t value = 0, index = b << (8 * k);
-        for (uint32_t v = 1u << 31; index != 0; index >>= 1, v ^= v >> 1)
-          if (index & 1u) value ^= v;
-        byte[k][b] = reverseBits(value);
-      }
-  }
-  uint32_t operator()(uint32_t index) const {
-    return byte[0][index & 0xFFu] ^ byte[1][(index >> 8) & 0xFFu] ^ byte[2][(index >> 16) & 0xFFu] ^
-           byte[3][index >> 24];
-  }
-};
-inline constexpr ReversedSecondDimension kReversedSecondDimension;
+// reversal), bit-reversed. Its generator matrix is Pascal's triangle modulo
+// 2, so bit r of the reversed value is the XOR of the index's bits at every
+// position whose binary digits include r's: five shift-and-XOR steps, one
+// per digit of a bit position.
+constexpr uint32_t reversedSecondDimension(uint32_t index) {
+  index ^= (index >> 1) & 0x55555555u;
+  index ^= (index >> 2) & 0x33333333u;
+  index ^= (index >> 4) & 0x0F0F0F0Fu;
+  index ^= (index >> 8) & 0x00FF00FFu;
+  index ^= (index >> 16) & 0x0000FFFFu;
+  return index;
+}
 
 // The seed of a dimension, and seeds derived from it for the scrambles.
 constexpr uint32_t dimensionSeed(uint32_t streamSeed, uint32_t dimension) {
@@ -129,7 +121,7 @@ class SampleStream {
     const uint32_t shuffled = sobol::owenScrambleReversed(reversedIndex_, seed);
     first_ = sobol::toUnitFloat(sobol::owenScrambleReversed(shuffled, sobol::derivedSeed(seed, 1)));
     second_ = sobol::toUnitFloat(
-        sobol::owenScrambleReversed(sobol::kReversedSecondDimension(shuffled), sobol::derivedSeed(seed, 2)));
+        sobol::owenScrambleReversed(sobol::reversedSecondDimension(shuffled), sobol::derivedSeed(seed, 2)));
   }
 
   uint32_t seed_ = 0;
