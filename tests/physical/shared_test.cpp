@@ -165,6 +165,13 @@ TEST(PhysicalLobes, CurvesLobeHemisphereAndHsl) {
   float rgb[3];
   hslToRgb(grey, rgb);
   EXPECT_EQ(V(rgb, rgb + 3), V(3, 0.3f));
+  // The falling ramp ends at 2/3 as stored (0.6666667f): one float below it,
+  // its last step 6 x 2^-24 (full saturation, lightness 0.5: m1 = 0, m2 = 1).
+  for (const auto& [hue, green] : {std::pair{std::nextafter(0.6666667f, 0.0f), 0x1.8p-22f}, {0.6666667f, 0.0f}}) {
+    const float hsl[3] = {hue, 1.0f, 0.5f};
+    hslToRgb(hsl, rgb);
+    EXPECT_BITEQ(rgb[1], green) << hue;
+  }
 }
 
 // The directions of sampleAnisotropicLobe follow the density it reports: the
