@@ -192,13 +192,17 @@ TEST(BitmapNode, UnboundReadsWhiteFlatAndCubeLookUps) {
 
 // ---- the Ward lobe and the event choice ------------------------------------
 
-// (i, o, widths) -> the green of Cd / pi + Cs k e, Cd green 0.25, Cs white.
+// (i, o, widths) -> the green of Cd / pi + Cs k e to the bit, Cd green 0.25,
+// Cs green 0.7, k = 1 / (sqrt(-i.z o.z) (ax 4 pi ay)) in the written order.
 TEST(WardLobe, ThresholdsPureDiffuseAndTheWrittenNormalisation) {
-  const float cd[3] = {0.5f, 0.25f, 1.0f}, cs[3] = {1.0f, 1.0f, 1.0f}, diffuse = 0.25f * 0.3183099f;
+  const float cd[3] = {0.5f, 0.25f, 1.0f}, cs[3] = {1.0f, 0.7f, 1.0f}, diffuse = 0.25f * 0.3183099f;
   struct Row { const char* what; std::array<float, 3> i, o; float ax, ay, green; };
   const Row rows[] = {
       {"head on: e = 1, 4 pi and 1 / pi as stored", {0, 0, -1}, {0, 0, 1}, 0.2f, 0.4f,
-       diffuse + 1.0f / (std::sqrt(1.0f) * (0.2f * 12.566372f * 0.4f))},
+       diffuse + 0.7f * (1.0f / (std::sqrt(1.0f) * (0.2f * 12.566372f * 0.4f)))},
+      {"h = (ax, 0, 1): e = exp(-1); every other grouping of the products differs here", {-0.23f, 0, -0.36f},
+       {0, 0, 0.64f}, 0.23f, 0.48f,
+       diffuse + 0.7f * (1.0f / (std::sqrt(0.36f * 0.64f) * (0.23f * 12.566372f * 0.48f))) * std::exp(-1.0f)},
       {"|i.z| below 0.0001", {0, 0, -0.00009f}, {0, 0, 1}, 0.2f, 0.2f, 0},
       {"|h.z| below 0.0001", {1, 0, 0}, {-1, 0, 0.00005f}, 0.2f, 0.2f, 0},
       {"the same side", {0, 0, 1}, {0, 0, 1}, 0.2f, 0.2f, 0},
@@ -210,7 +214,7 @@ TEST(WardLobe, ThresholdsPureDiffuseAndTheWrittenNormalisation) {
   for (const Row& r : rows) {
     float out[3];
     ward::wardLobe(r.i.data(), r.o.data(), cd, cs, r.ax, r.ay, out);
-    EXPECT_FLOAT_EQ(out[1], r.green) << r.what;
+    EXPECT_BITEQ(out[1], r.green) << r.what;
   }
 }
 
