@@ -68,8 +68,8 @@ TEST(NoiseNode, FootprintCapsTheOctavesAndEachOctaveDoublesTheFrequency) {
 }
 
 // Values over a constant basis b: three octaves of fractal and turbulence
-// sums, unknown types, the fade from the average between -3 and 1 level (the
-// fixed built-in fade is pinned by the image fade's mode 4).
+// sums, unknown types, the fade from the average between -3 and 1 level, and
+// the built-in fade of the image fade's mode 4.
 TEST(NoiseNode, TypesLevelsAndTheBuiltInFade) {
   auto value = [](float b, float levels, const ward::NoiseSettings& s) {
     NoiseContext context;
@@ -87,6 +87,13 @@ TEST(NoiseNode, TypesLevelsAndTheBuiltInFade) {
   };
   for (const auto& [label, actual, expected] : rows) EXPECT_FLOAT_EQ(actual, expected) << label;
   EXPECT_LT(value(-0.5f, 3, settings(2, 3, 0.5f, 0.5f, 0.1256065f)), 0.875f);  // softened creases
+  // Mode 4's fixed noise asks for nothing and gives its average, to the bit.
+  NoiseContext context;
+  float fade[3];
+  const float anywhere[3] = {3.0f, -5.0f, 7.0f};
+  ward::builtInNoiseFade(&context, anywhere, fade);
+  EXPECT_BITEQ(fade[1], kFixedFade);
+  EXPECT_TRUE(context.asked.empty());
 }
 
 // The remap is continuous, 0 at the low threshold and 1 at the high one;
