@@ -45,12 +45,13 @@ ward::NoiseSettings settings(int32_t type, float levels, float low = 0.0f, float
 // ---- the Noise node ---------------------------------------------------------
 
 // (levels, footprint, type) -> octaves asked: w = 0.03 allows ln(1 / w) /
-// 0.69314778 = 5.06 levels, no footprint (1e-5) 16.6, whatever "levels" says.
+// 0.69314778 = 5.06 levels, no footprint (1e-5) 16.6, whatever "levels" says;
+// whole levels ask no empty fractional octave.
 TEST(NoiseNode, FootprintCapsTheOctavesAndEachOctaveDoublesTheFrequency) {
   const float p[3] = {0.3f, 0.7f, 1.1f}, wide[3] = {0.03f, 0.03f, 0.03f}, none[3] = {0, 0, 0};
   struct Row { float levels; const float* footprint; int32_t type; size_t asked; };
   for (const Row& r : {Row{20, wide, 1, 6}, Row{1e30f, wide, 1, 6}, Row{kInf, wide, 1, 6}, Row{kNaN, wide, 1, 6},
-                       Row{kInf, none, 2, 17}, Row{2.5f, none, 1, 3}}) {
+                       Row{kInf, none, 2, 17}, Row{2.5f, none, 1, 3}, Row{3, none, 1, 3}}) {
     NoiseContext context;
     ward::noiseBlend(&context, p, settings(r.type, r.levels), r.footprint);
     EXPECT_EQ(context.asked.size(), r.asked) << r.levels;
@@ -87,6 +88,10 @@ TEST(NoiseNode, TypesLevelsAndTheBuiltInFade) {
   };
   for (const auto& [label, actual, expected] : rows) EXPECT_FLOAT_EQ(actual, expected) << label;
   EXPECT_LT(value(-0.5f, 3, settings(2, 3, 0.5f, 0.5f, 0.1256065f)), 0.875f);  // softened creases
+  // The cut-off at -3 levels, to the float (v = 1, no remap): one step below,
+  // the average; one step above, a = 2^-24 and 0.25 + 3 x 2^-26 rounds to even.
+  EXPECT_BITEQ(value(1.0f, std::nextafter(-3.0f, -4.0f), settings(0, 1, 0.5f, 0.5f)), 0.25f);
+  EXPECT_BITEQ(value(1.0f, std::nextafter(-3.0f, 0.0f), settings(0, 1, 0.5f, 0.5f)), 0x1.000004p-2f);
   // Mode 4's fixed noise asks for nothing and gives its average, to the bit.
   NoiseContext context;
   float fade[3];
@@ -115,6 +120,20 @@ TEST(NoiseNode, ThresholdRemapIsContinuousThroughItsRamps) {
   }
   EXPECT_FLOAT_EQ(ward::thresholdRemap(0.5f, 0.2f, 0.8f, 0.05f), 0.5f);  // linear between the ramps
   EXPECT_LT(ward::thresholdRemap(0.18f, 0.2f, 0.8f, 0.05f), 0.0f);
+  // The ramps end strictly: at low + blur the value is already linear; at
+  // high + blur the high ramp still applies (here its end rounds to 1 + 2^-23).
+  EXPECT_BITEQ(ward::thresholdRemap(0.25f, 0.2f, 0.7f, 0.05f), (0.25f - 0.2f) / (0.7f - 0.2f));
+  EXPECT_BITEQ(ward::thresholdRemap(0.8f, 0.5f, 0.6f, 0.2f), 0x1.000002p+0f);
+  // A footprint of 3 blurs by the cap 0.4, not 0.6: the low ramp's dip starts
+  // exactly 0.4 below the low threshold (average 0, turbulence v = |b|).
+  for (const auto& [v, dips] : {std::pair{0.5f - 0.4f, false}, {std::nextafter(0.5f - 0.4f, 1.0f), true}}) {
+    NoiseContext context;
+    context.basis = [v](const float*) { return v; };
+    ward::NoiseSettings s = settings(2, 3, 0.5f, 1.0f);
+    s.average = 0.0f;
+    const float p[3] = {0, 0, 0}, footprint[3] = {3, 3, 3};
+    EXPECT_EQ(ward::noiseBlend(&context, p, s, footprint) < 0.0f, dips) << v;
+  }
 }
 
 // ---- the Tile and bitmap nodes --------------------------------------------
