@@ -56,7 +56,8 @@ TEST(Metal, EvaluateBsdfAndRadianceFollowTheWrittenSteps) {
     EXPECT_BITEQ(state.bsdfWeight[i], d[i] * (1.0f - kFraction) * 0.31830984f * 1.0f + s[i] * kFraction * lobe * 1.0f);
   EXPECT_BITEQ(state.pdf, 1.0f);
   // The tint, then the cutout opacity; gathered light: nothing up to 1e-5,
-  // then D (1 - F) E, tinted and by the opacity, without 1 / pi.
+  // then (from the next float on) D (1 - F) E, tinted and by the opacity,
+  // without 1 / pi.
   host::ConstantSampler half({0.5f, 0.5f, 0.5f, 1.0f});
   MaterialShader* tinted = metal({{"u_commonTintEnable", {1}}, {"u_commonTintColor", {0.5f, 1.0f, 2.0f, 9.0f}},
                                   {"u_cutoutsSwitcher", {7}}, {"u_cutoutMap", {}, &half}},
@@ -67,9 +68,10 @@ TEST(Metal, EvaluateBsdfAndRadianceFollowTheWrittenSteps) {
   tinted->evaluateRadiance(&context, &state);
   EXPECT_EQ(state.radianceDone, 1);
   EXPECT_BITEQ(state.radiance[0], 0.0f);
-  context.irradiance[1] = 2.0f;
+  const float justAbove = std::nextafter(1e-5f, 1.0f);
+  context.irradiance[1] = justAbove;
   tinted->evaluateRadiance(&context, &state);
-  EXPECT_BITEQ(state.radiance[1], 0.25f * 0.5f * (1.0f - kFraction) * 2.0f * 1.0f * 0.5f);
+  EXPECT_BITEQ(state.radiance[1], 0.25f * 0.5f * (1.0f - kFraction) * justAbove * 1.0f * 0.5f);
 }
 
 // (switcher, map value, per-object alpha or none) -> transmission; a map of
