@@ -84,13 +84,17 @@ const char* const kPaintLayers[] = {"diffuse", "metallic", "flakes", "sheen", "p
 
 // A smooth boundary reflects with the probability F that sampleBsdf reports:
 // ((n - 1) / (n + 1))^2 head on, 1 beyond the critical angle; otherwise it
-// refracts by Snell's law, in the plane of incidence, to the far side.
+// refracts by Snell's law, in the plane of incidence, to the far side. An
+// index below 0.01 or above 100 acts as that bound (the boundary is already
+// nearly a mirror there).
 TEST(Dielectric, FresnelHeadOnTotalInternalReflectionAndSnellsLaw) {
-  for (float ior : {1.33f, 1.5f, 2.42f, 0.75f})
+  const float indices[][2] = {{1.33f, 1.33f}, {1.5f, 1.5f}, {2.42f, 2.42f}, {0.75f, 0.75f}, {1e-4f, 0.01f},
+                              {1e30f, 100.0f}};  // (u_ior, the index it acts as)
+  for (const auto [given, ior] : indices)
     for (bool front : {true, false})
       for (float degrees : {0.0f, 20.0f, 42.0f, 60.0f, 80.0f}) {
         SCOPED_TRACE(testing::Message() << ior << (front ? " outside " : " inside ") << degrees);
-        const Material glass(kGlass, smoothGlass(ior));
+        const Material glass(kGlass, smoothGlass(given));
         const float beyond = front ? ior : 1.0f / ior, sinView = std::sin(degrees * kPi / 180.0f);
         const bool total = sinView >= beyond;
         const Vec view = fromAngle(degrees, 0.7f);
