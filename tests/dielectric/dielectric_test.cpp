@@ -4,6 +4,7 @@
 // chi-square test of the sampled directions against the density evaluateBsdf
 // reports, and finite answers for every extreme input. The surface is the
 // plane z = 0 at the origin, its normal towards the viewer.
+#include "kvi/host/samplers.h"
 #include "statistics.h"
 #include "tables.h"
 
@@ -287,6 +288,21 @@ TEST(Dielectric, ExtremeInputsGiveFiniteAnswersAndDocumentedEvents) {
   ShadingState shadow = black.hit(fromAngle(10.0f));
   black.shader.material()->shadowTransmission(&context, &shadow);
   EXPECT_EQ(load(shadow.shadowTransmission), (Vec{0, 0, 0}));
+  // A normal map tilts the surface 45 degrees towards a grazing viewer: a
+  // reflection the microsurface sends below it, even where it stays above
+  // the geometry, is absorbed, so under a black reflection colour no
+  // reflection carries light.
+  host::ConstantSampler tilt({1.0f / 3.3f, 0.0f, 1.0f, 1.0f});
+  const Material bent(kGlass, roughGlass(1.0f) + Params{{"u_reflectColor", {0, 0, 0}}, {"u_normal0MapEnable", {1}},
+                                                        {"u_normal0Map", {}, &tilt}, {"u_normal0Amount", {1}}});
+  RandomContext random(9);
+  int lit = 0;
+  for (float degrees : {80.0f, 89.0f})
+    for (int k = 0; k < 3000; ++k) {
+      const ShadingState s = bent.sample(random, bent.hit(fromAngle(degrees)));
+      lit += s.lobeFlags == 2 && s.bsdfWeight[0] > 0.0f;
+    }
+  EXPECT_EQ(lit, 0);
 }
 
 }  // namespace
