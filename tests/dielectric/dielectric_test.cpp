@@ -4,6 +4,7 @@
 // chi-square test of the sampled directions against the density evaluateBsdf
 // reports, and finite answers for every extreme input. The surface is the
 // plane z = 0 at the origin, its normal towards the viewer.
+#include "kvi/host/samplers.h"
 #include "statistics.h"
 #include "tables.h"
 
@@ -84,13 +85,17 @@ const char* const kPaintLayers[] = {"diffuse", "metallic", "flakes", "sheen", "p
 
 // A smooth boundary reflects with the probability F that sampleBsdf reports:
 // ((n - 1) / (n + 1))^2 head on, 1 beyond the critical angle; otherwise it
-// refracts by Snell's law, in the plane of incidence, to the far side.
+// refracts by Snell's law, in the plane of incidence, to the far side. An
+// index below 0.01 or above 100 acts as that bound (the boundary is already
+// nearly a mirror there).
 TEST(Dielectric, FresnelHeadOnTotalInternalReflectionAndSnellsLaw) {
-  for (float ior : {1.33f, 1.5f, 2.42f, 0.75f})
+  const float indices[][2] = {{1.33f, 1.33f}, {1.5f, 1.5f}, {2.42f, 2.42f}, {0.75f, 0.75f}, {1e-4f, 0.01f},
+                              {1e30f, 100.0f}};  // (u_ior, the index it acts as)
+  for (const auto [given, ior] : indices)
     for (bool front : {true, false})
       for (float degrees : {0.0f, 20.0f, 42.0f, 60.0f, 80.0f}) {
         SCOPED_TRACE(testing::Message() << ior << (front ? " outside " : " inside ") << degrees);
-        const Material glass(kGlass, smoothGlass(ior));
+        const Material glass(kGlass, smoothGlass(given));
         const float beyond = front ? ior : 1.0f / ior, sinView = std::sin(degrees * kPi / 180.0f);
         const bool total = sinView >= beyond;
         const Vec view = fromAngle(degrees, 0.7f);
@@ -283,6 +288,21 @@ TEST(Dielectric, ExtremeInputsGiveFiniteAnswersAndDocumentedEvents) {
   ShadingState shadow = black.hit(fromAngle(10.0f));
   black.shader.material()->shadowTransmission(&context, &shadow);
   EXPECT_EQ(load(shadow.shadowTransmission), (Vec{0, 0, 0}));
+  // A normal map tilts the surface 45 degrees towards a grazing viewer: a
+  // reflection the microsurface sends below it, even where it stays above
+  // the geometry, is absorbed, so under a black reflection colour no
+  // reflection carries light.
+  host::ConstantSampler tilt({1.0f / 3.3f, 0.0f, 1.0f, 1.0f});
+  const Material bent(kGlass, roughGlass(1.0f) + Params{{"u_reflectColor", {0, 0, 0}}, {"u_normal0MapEnable", {1}},
+                                                        {"u_normal0Map", {}, &tilt}, {"u_normal0Amount", {1}}});
+  RandomContext random(9);
+  int lit = 0;
+  for (float degrees : {80.0f, 89.0f})
+    for (int k = 0; k < 3000; ++k) {
+      const ShadingState s = bent.sample(random, bent.hit(fromAngle(degrees)));
+      lit += s.lobeFlags == 2 && s.bsdfWeight[0] > 0.0f;
+    }
+  EXPECT_EQ(lit, 0);
 }
 
 }  // namespace

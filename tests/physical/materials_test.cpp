@@ -56,7 +56,8 @@ TEST(Metal, EvaluateBsdfAndRadianceFollowTheWrittenSteps) {
     EXPECT_BITEQ(state.bsdfWeight[i], d[i] * (1.0f - kFraction) * 0.31830984f * 1.0f + s[i] * kFraction * lobe * 1.0f);
   EXPECT_BITEQ(state.pdf, 1.0f);
   // The tint, then the cutout opacity; gathered light: nothing up to 1e-5,
-  // then D (1 - F) E, tinted and by the opacity, without 1 / pi.
+  // then (from the next float on) D (1 - F) E, tinted and by the opacity,
+  // without 1 / pi.
   host::ConstantSampler half({0.5f, 0.5f, 0.5f, 1.0f});
   MaterialShader* tinted = metal({{"u_commonTintEnable", {1}}, {"u_commonTintColor", {0.5f, 1.0f, 2.0f, 9.0f}},
                                   {"u_cutoutsSwitcher", {7}}, {"u_cutoutMap", {}, &half}},
@@ -67,9 +68,10 @@ TEST(Metal, EvaluateBsdfAndRadianceFollowTheWrittenSteps) {
   tinted->evaluateRadiance(&context, &state);
   EXPECT_EQ(state.radianceDone, 1);
   EXPECT_BITEQ(state.radiance[0], 0.0f);
-  context.irradiance[1] = 2.0f;
+  const float justAbove = std::nextafter(1e-5f, 1.0f);
+  context.irradiance[1] = justAbove;
   tinted->evaluateRadiance(&context, &state);
-  EXPECT_BITEQ(state.radiance[1], 0.25f * 0.5f * (1.0f - kFraction) * 2.0f * 1.0f * 0.5f);
+  EXPECT_BITEQ(state.radiance[1], 0.25f * 0.5f * (1.0f - kFraction) * justAbove * 1.0f * 0.5f);
 }
 
 // (switcher, map value, per-object alpha or none) -> transmission; a map of
@@ -101,18 +103,23 @@ TEST(Metal, ShadowTransmissionAndPassThroughFollowTheExactOpacity) {
 
 // The events of sampleBsdf by the samples and the host's answers.
 TEST(Metal, SampleBsdfEvents) {
-  struct Case { float glossiness, anisotropy, choice; uint8_t diffuse, glossy; int32_t flags; float asked; };
+  // xi: the lobe sample's first number; floor: the pdfSecondary it must report (-1: not pinned).
+  struct Case {
+    float glossiness, anisotropy, choice; uint8_t diffuse, glossy; int32_t flags; float asked, xi = 0.3f, floor = -1;
+  };
   for (const Case& c : {Case{0.8f, 1.0f, 0.9f, 1, 1, 1, -1},           // past F, diffuse sampled: weight D
                         Case{0.8f, 1.0f, 0.9f, 0, 1, 2, 1.0f - 0.8f},  // no diffuse sampling: glossy, asks 1 - g
                         Case{0.8f, 1.0f, 0.1f, 1, 0, 4, 1.0f - 0.8f},  // glossy refused: mirror
                         Case{1.0f, 1.0f, 0.1f, 1, 1, 4, -1},           // g = A = 1: a mirror, nothing asked
-                        Case{1.0f, 0.5f, 0.1f, 1, 1, 2, 0.5f}}) {      // only the second axis rough: asks 1 - A g
+                        Case{1.0f, 0.5f, 0.1f, 1, 1, 2, 0.5f},         // only the second axis rough: asks 1 - A g
+                        // Four widths out in the tail the density is about 5e-6: floored to 0.001 exactly.
+                        Case{0.8f, 1.0f, 0.1f, 1, 1, 2, 1.0f - 0.8f, 0.99999994f, 0.001f}}) {
     SCOPED_TRACE(testing::Message() << "glossiness " << c.glossiness << " choice " << c.choice);
     ScriptedContext context;
     context.diffuseSampled = c.diffuse;
     context.glossyAccepted = c.glossy;
     context.samples1D = {0.0f, c.choice};
-    context.samples2D = {{0.3f, 0.2f}};
+    context.samples2D = {{c.xi, 0.2f}};
     ShadingState state;
     MaterialShader* m = metal({{"u_glossiness", {c.glossiness}}, {"u_anisotropyValue", {c.anisotropy}}}, state);
     state.pdf = 1.0f;  // the mirror event leaves pdf as it stands
@@ -126,6 +133,7 @@ TEST(Metal, SampleBsdfEvents) {
         c.flags == 1 ? 0.125f : c.flags == 4 ? 0.5f * share : 0.5f * 2.0f * l[2] / (l[2] + 1.0f) * share;
     EXPECT_NEAR(state.bsdfWeight[1] * state.pdf / state.pdfSecondary, expected, 1e-6);
     if (c.flags == 4) { EXPECT_BITEQ(l[2], 1.0f); }
+    if (c.floor >= 0) { EXPECT_BITEQ(state.pdfSecondary, c.floor); }
   }
 }
 
