@@ -302,6 +302,11 @@ TEST(Dielectric, ExtremeInputsGiveFiniteAnswersAndDocumentedEvents) {
       const ShadingState s = bent.sample(random, bent.hit(fromAngle(degrees)));
       lit += s.lobeFlags == 2 && s.bsdfWeight[0] > 0.0f;
     }
+  // Light samples agree: a light above the geometry is answered only as a
+  // reflection (black here), never as a refraction out through the bent surface.
+  for (float degrees = 1.0f; degrees < 90.0f; degrees += 4.0f)
+    for (float azimuth = 0.0f; azimuth < 6.28f; azimuth += 0.3f)
+      lit += bent.evaluate(fromAngle(80.0f), fromAngle(degrees, azimuth)).bsdfWeight[0] > 0.0f;
   EXPECT_EQ(lit, 0);
 }
 

@@ -121,6 +121,10 @@ class velk_qora_Mtl_Dielectric final : public ShaderImpl<MaterialShader> {
     if (b.alpha < microfacet::kSmoothAlpha || indexMatched(b)) return;
     buildFrame(context, state, b);
     const Vector towardsLight = physical::localOf(b.frame, state->sampledDirection);
+    // Under a bent normal a light can lie on one side of the shading surface
+    // and the other of the geometry; sampleBsdf ends such events, so a light
+    // sample gets no answer there either.
+    if (!physical::leavesOnItsSide(b, state->sampledDirection, towardsLight.z > 0.0f)) return;
     float value[3];
     const float density = roughResponse(b, towardsLight, value);
     applyTint(value);
