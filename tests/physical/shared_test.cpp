@@ -94,6 +94,10 @@ TEST(PhysicalChannels, ProceduralHolePatterns) {
        {Point{1, 0.7f, 0.7f, 1}, Point{2, 0.7f, 0.7f, 0}, Point{4, 0.7f, 0.6f, 1}, Point{3, 1.2f, 0.5f, 0},
         Point{1, 1.2f, 0.5f, 1}, Point{6, 0.5f, 1.5f, 1}, Point{6, 1.0f, 1.5f, 0}, Point{1, 0.5f, 0.76f, 0.75f}})
     EXPECT_NEAR(opacity(p.pattern, p.x, p.y), p.opacity, 1e-4) << p.pattern << " at " << p.x << ", " << p.y;
+  // The edge grows with the pitch: at a pitch of 2, 0.02 beyond the rim of a
+  // hole of size 1 is a quarter of the way across it.
+  const float nearRim[2] = {1.25f / 4.0f, 1.77f / 4.0f};
+  EXPECT_NEAR(evaluateCutoutOpacity(1, nearRim, 4.0f, kNone, kIdentity, 0.25f, 2.0f, 1.0f), 0.75f, 1e-4);
 }
 
 TEST(PhysicalFrames, DegenerateInputsRotationAndTheBend) {
