@@ -126,7 +126,8 @@ TEST(NoiseNode, ThresholdRemapIsContinuousThroughItsRamps) {
   EXPECT_BITEQ(ward::thresholdRemap(0.8f, 0.5f, 0.6f, 0.2f), 0x1.000002p+0f);
   // A footprint of 3 blurs by the cap 0.4, not 0.6: the low ramp's dip starts
   // exactly 0.4 below the low threshold (average 0, turbulence v = |b|).
-  for (const auto& [v, dips] : {std::pair{0.5f - 0.4f, false}, {std::nextafter(0.5f - 0.4f, 1.0f), true}}) {
+  for (const auto& [value, dips] : {std::pair{0.5f - 0.4f, false}, {std::nextafter(0.5f - 0.4f, 1.0f), true}}) {
+    const float v = value;  // a copy the basis can capture
     NoiseContext context;
     context.basis = [v](const float*) { return v; };
     ward::NoiseSettings s = settings(2, 3, 0.5f, 1.0f);
