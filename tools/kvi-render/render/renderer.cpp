@@ -64,6 +64,7 @@ RenderResult render(const Scene& scene, const RenderOptions& options) {
   const auto start = std::chrono::steady_clock::now();
   const RenderSettings& settings = scene.settings;
   Tracer tracer(scene);
+  if (options.rayLog && options.threads == 1) tracer.logRays(options.rayLog);
   Integrator integrator(scene, tracer);
 
   const PixelRegion region =

@@ -52,6 +52,8 @@ struct Film {
   const float* pixel(int x, int y) const { return &rgba[(size_t(y) * size_t(width) + size_t(x)) * 4]; }
 };
 
+struct TracedRay;
+
 struct RenderOptions {
   int threads = 0;       // 0: every core
   bool profile = false;  // sample how the time splits between shaders, rays and the rest
@@ -63,6 +65,9 @@ struct RenderOptions {
   // Called now and then with the share of pixels done (0 to 1), from any
   // thread, never twice at once.
   std::function<void(double)> progress;
+  // When set, every ray the render traces is appended here (benchmarks
+  // replay them through Embree alone); needs threads = 1.
+  std::vector<TracedRay>* rayLog = nullptr;
 };
 
 struct RenderResult {

@@ -249,6 +249,11 @@ Tracer::Tracer(const Scene& scene) : scene_(scene) {
   }
 }
 
+// Out of line and cold: the tracing calls' own code stays as it is without a log.
+void Tracer::logRay(Vec3 origin, Vec3 direction, float tfar, bool shadow) const {
+  log_->push_back({origin, direction, tfar, shadow});
+}
+
 Tracer::~Tracer() {
   if (top_) rtcReleaseScene(top_);
   for (RTCScene s : prototypes_) rtcReleaseScene(s);
@@ -256,6 +261,8 @@ Tracer::~Tracer() {
 }
 
 bool Tracer::intersect(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter, HitRecord& hit) const {
+  if (log_) [[unlikely]]
+    logRay(origin, direction, tfar, false);
   FilterContext context;
   rtcInitIntersectContext(&context.embree);
   context.embree.filter = filter ? contextFilter : nullptr;
@@ -275,6 +282,8 @@ bool Tracer::intersect(Vec3 origin, Vec3 direction, float tfar, HitFilter* filte
 }
 
 bool Tracer::occluded(Vec3 origin, Vec3 direction, float tfar, HitFilter* filter) const {
+  if (log_) [[unlikely]]
+    logRay(origin, direction, tfar, true);
   FilterContext context;
   rtcInitIntersectContext(&context.embree);
   context.embree.filter = filter ? contextFilter : nullptr;

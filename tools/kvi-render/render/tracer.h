@@ -44,6 +44,14 @@ struct SurfacePoint {
   float color[4] = {1.0f, 1.0f, 1.0f, 1.0f};
 };
 
+// A ray as handed to Embree, for replaying a render's rays without the
+// renderer (benchmarks): closest-hit or shadow query, and its far end.
+struct TracedRay {
+  Vec3 origin, direction;
+  float tfar = 0.0f;
+  bool shadow = false;
+};
+
 class Tracer {
  public:
   explicit Tracer(const Scene& scene);
@@ -67,6 +75,9 @@ class Tracer {
   // How far to move a ray's origin off a surface at p so that it does not
   // find the surface again.
   float offsetAt(Vec3 p) const { return offsetScale_ * (1.0f + std::fabs(p.x) + std::fabs(p.y) + std::fabs(p.z)); }
+  // While set, every ray traced is appended to the log (one tracing thread only).
+  void logRays(std::vector<TracedRay>* log) { log_ = log; }
+
   Vec3 boundsCentre() const { return centre_; }
   float boundsRadius() const { return radius_; }
 
@@ -82,6 +93,8 @@ class Tracer {
   Vec3 centre_;
   float radius_ = 1.0f;
   float offsetScale_ = 1e-5f;
+  [[gnu::noinline, gnu::cold]] void logRay(Vec3 origin, Vec3 direction, float tfar, bool shadow) const;
+  std::vector<TracedRay>* log_ = nullptr;
 };
 
 }  // namespace kvi::render
