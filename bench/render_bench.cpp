@@ -72,6 +72,7 @@ void embreeOnTheRendersRays(benchmark::State& state, const char* file) {
   options.threads = 1;
   options.rayLog = &rays;
   render(*scene, options);
+  if (rays.empty()) return state.SkipWithError("the render traced no rays");
   Tracer tracer(*scene);
   size_t i = 0, hits = 0;
   for (auto _ : state) {

@@ -82,6 +82,8 @@ class Tracer {
   float boundsRadius() const { return radius_; }
 
  private:
+  [[gnu::noinline, gnu::cold]] void logRay(Vec3 origin, Vec3 direction, float tfar, bool shadow) const;
+
   const Scene& scene_;
   RTCDevice device_ = nullptr;
   RTCScene top_ = nullptr;
@@ -93,7 +95,6 @@ class Tracer {
   Vec3 centre_;
   float radius_ = 1.0f;
   float offsetScale_ = 1e-5f;
-  [[gnu::noinline, gnu::cold]] void logRay(Vec3 origin, Vec3 direction, float tfar, bool shadow) const;
   std::vector<TracedRay>* log_ = nullptr;
 };
 
