@@ -13,6 +13,7 @@
 #include "render/renderer.h"
 #include "render/sampling.h"
 #include "render/scene_loader.h"
+#include "render/showcase.h"
 #include "render/tracer.h"
 
 namespace {
@@ -24,7 +25,9 @@ std::shared_ptr<const ShaderLibrary> library() {
   return shared;
 }
 
+// A scene of scenes/, or the built-in showcase for "showcase".
 std::unique_ptr<Scene> sceneFile(const char* name) {
+  if (std::string(name) == "showcase") return loadScene(showcaseScene(*library()), "showcase", "", library());
   return loadSceneFile(std::string(KVI_SOURCE_DIR) + "/scenes/" + name, library());
 }
 
@@ -132,6 +135,9 @@ BENCHMARK(samples1D);
 BENCHMARK_CAPTURE(embreeAlone, cornell_box, "cornell_box.json");
 BENCHMARK_CAPTURE(embreeOnTheRendersRays, cornell_box, "cornell_box.json");
 BENCHMARK_CAPTURE(pathTraced, cornell_box, "cornell_box.json")->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK_CAPTURE(embreeAlone, showcase, "showcase");
+BENCHMARK_CAPTURE(embreeOnTheRendersRays, showcase, "showcase");
+BENCHMARK_CAPTURE(pathTraced, showcase, "showcase")->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK_CAPTURE(embreeAlone, basic, "basic.json");
 BENCHMARK_CAPTURE(embreeOnTheRendersRays, basic, "basic.json");
 BENCHMARK_CAPTURE(pathTraced, basic, "basic.json")->Unit(benchmark::kMillisecond)->MinTime(2.0);

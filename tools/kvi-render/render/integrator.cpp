@@ -141,7 +141,10 @@ class ShadingContext final : public IShadingContext {
     path_.stream.next2D(buffer);
     return buffer;
   }
-  float noise4D(const float p[4]) override { return gradientNoise4D(p); }
+  float noise4D(const float p[4]) override {
+    TimeScope scope(TimeCategory::Host);
+    return gradientNoise4D(p);
+  }
   float hashRandom(float key) override {
     uint32_t bits;
     std::memcpy(&bits, &key, sizeof bits);
