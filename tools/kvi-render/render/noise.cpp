@@ -65,7 +65,6 @@ constexpr float kScale = 0.85f;
 
 float gradientNoise4D(const float p[4]) {
   if (!std::isfinite(p[0]) || !std::isfinite(p[1]) || !std::isfinite(p[2]) || !std::isfinite(p[3])) return 0.0f;
-  // Wrap far coordinates into a large period so the integer cell stays exact.
   float frac[4];
   int32_t index[4];
   for (int k = 0; k < 4; ++k) {
